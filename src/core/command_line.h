@@ -1,0 +1,27 @@
+// The command line of the service. Arguments are compared as whole strings: there is no
+// `--option=value`, no abbreviation, no `--help` and no `--version`.
+
+#ifndef TARNVALE_KIOSKD_CORE_COMMAND_LINE_H_
+#define TARNVALE_KIOSKD_CORE_COMMAND_LINE_H_
+
+#include <span>
+#include <string>
+
+#include "core/config.h"
+
+namespace Tarnvale::KioskService {
+
+// Applies the arguments, without the program's name, to `config`. An option given twice keeps the
+// last value; a value is taken whatever it looks like. On the first argument that is not known, or
+// a value option with nothing behind it, answers false with that argument in `unknown`; logs
+// nothing.
+//
+//   --socket --run-dir      the socket path is the text "--run-dir"
+//   --state-dir             false: unknown "--state-dir"
+//   --state-dir=/x          false: unknown "--state-dir=/x"
+[[nodiscard]] bool ParseCommandLine(std::span<const char* const> arguments, Config& config,
+                                    std::string& unknown);
+
+}  // namespace Tarnvale::KioskService
+
+#endif  // TARNVALE_KIOSKD_CORE_COMMAND_LINE_H_

@@ -1,0 +1,23 @@
+// Making the service's directories, and making sure of those that are already there.
+
+#ifndef TARNVALE_KIOSKD_CORE_DIRECTORIES_H_
+#define TARNVALE_KIOSKD_CORE_DIRECTORIES_H_
+
+#include <sys/types.h>
+
+#include <string>
+
+namespace Tarnvale::KioskService {
+
+// Makes every missing directory down to and including `path`, mode 0755, always from the root, also
+// for a relative path. Silent: PrepareDirectory, which follows, reports what could not be made.
+void MakeParentDirectories(const std::string& path);
+
+// Makes `path` a plain directory. What stands there and is none, a link included, is removed with a
+// warning. A new directory, and with `secureExisting` an existing one, gets the mode and, when run
+// by root, root as its owner. False when the directory cannot be used; logs the cause.
+[[nodiscard]] bool PrepareDirectory(const std::string& path, mode_t mode, bool secureExisting);
+
+}  // namespace Tarnvale::KioskService
+
+#endif  // TARNVALE_KIOSKD_CORE_DIRECTORIES_H_

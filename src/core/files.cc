@@ -1,0 +1,82 @@
+#include "core/files.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+
+#include "core/descriptor.h"
+#include "core/log.h"
+
+namespace Tarnvale::KioskService {
+namespace {
+
+// A write of nothing is a failure like any other: it would otherwise go on for ever.
+bool WriteAll(int fd, std::string_view bytes) {
+  while (!bytes.empty()) {
+    const ssize_t written = ::write(fd, bytes.data(), bytes.size());
+    if (written < 1) return false;
+    bytes.remove_prefix(static_cast<std::size_t>(written));
+  }
+  return true;
+}
+
+bool FillAndReplace(Descriptor& file, const std::string& temporary, const std::string& path,
+                    std::string_view bytes, mode_t mode) {
+  return WriteAll(file.Get(), bytes) && ::fchmod(file.Get(), mode) == 0 &&
+         ::fsync(file.Get()) == 0 && file.Close() && ::rename(temporary.c_str(), path.c_str()) == 0;
+}
+
+// Fills `out`, which already has the file's size.
+bool ReadExactly(int fd, std::string& out) {
+  std::size_t filled = 0;
+  while (filled < out.size()) {
+    const ssize_t count = ::read(fd, out.data() + filled, out.size() - filled);
+    if (count < 1) return false;
+    filled += static_cast<std::size_t>(count);
+  }
+  return true;
+}
+
+}  // namespace
+
+bool WriteFileAtomic(const std::string& path, std::string_view bytes, mode_t mode) {
+  const std::string temporary = path + ".tmp";
+  (void)::unlink(temporary.c_str());  // the leftover of a crash, usually not there
+  Descriptor file(
+      ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode));
+  if (!file.IsOpen()) {
+    Log("<3>cannot create %s (%s)\n", temporary.c_str(), std::strerror(errno));
+    return false;
+  }
+  if (FillAndReplace(file, temporary, path, bytes, mode)) return true;
+  Log("<3>cannot write %s (%s)\n", path.c_str(), std::strerror(errno));
+  (void)::unlink(temporary.c_str());  // the failure has been told already
+  return false;
+}
+
+bool ReadFileLimited(const std::string& path, std::size_t maxBytes, std::string& out) {
+  // Not blocking, because a FIFO of this name would otherwise hold the caller until someone writes.
+  const Descriptor file(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK));
+  if (!file.IsOpen()) return false;
+  struct stat status = {};
+  if (::fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode) ||
+      static_cast<std::size_t>(status.st_size) > maxBytes) {
+    out.clear();
+    return false;
+  }
+  out.assign(static_cast<std::size_t>(status.st_size), '\0');
+  return ReadExactly(file.Get(), out);
+}
+
+std::string ReadWholeFile(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}
+
+}  // namespace Tarnvale::KioskService

@@ -1,0 +1,80 @@
+// The state document: all that the service remembers across restarts.
+//
+// One JSON object, held in memory and mirrored to `state.json` in the state directory (mode 0600,
+// compact, at most 4 MiB when read back). Every change is written through at once, as a full
+// rewrite that leaves the old file or the new one. A key that is absent, null, or of another type
+// reads as unset; a cleared key stays in the file as null. Flags are the number 1, times are
+// wall-clock milliseconds, structured values are JSON text inside a string.
+//
+// Every function here may be called from any thread, takes the state lock for itself and waits
+// behind a save with its fsync; none may be called with that lock held, but for the two that say
+// so.
+
+#ifndef TARNVALE_KIOSKD_CORE_STATE_H_
+#define TARNVALE_KIOSKD_CORE_STATE_H_
+
+#include <cstdint>
+#include <string>
+
+#include "core/locks.h"
+#include "json/json.h"
+
+namespace Tarnvale::KioskService {
+
+// The keys, each owned in detail by the module named.
+namespace StateKey {
+inline constexpr char kDeviceToken[] = "DeviceToken";  // portal/identity: the bearer token
+inline constexpr char kDeviceId[] = "DeviceId";        // portal/identity: hash of its machine-id
+inline constexpr char kProvisioned[] = "Provisioned";  // kiosk/provisioning: 1 when complete
+inline constexpr char kAccountUid[] = "AccountUid";    // kiosk/account: decimal uid, as text
+inline constexpr char kTeardownPending[] =
+    "TeardownPending";                                   // kiosk/provisioning: superseded removal
+inline constexpr char kMaintenance[] = "Maintenance";    // kiosk/admin_sessions: 1 while in force
+inline constexpr char kLastError[] = "LastError";        // kiosk/provisioning: its last failure
+inline constexpr char kUnknownSince[] = "UnknownSince";  // portal/check_in: when 401 unknown began
+inline constexpr char kSignIn[] = "SignIn";              // portal/sign_in: normalised, JSON text
+inline constexpr char kTerminalName[] = "TerminalName";  // portal/check_in: as the portal sends it
+inline constexpr char kPowerPolicy[] = "PowerPolicy";    // device/power_policy: JSON text
+inline constexpr char kPowerSource[] = "PowerSource";    // portal/check_in: who made that policy
+inline constexpr char kPowerLocal[] = "PowerLocal";  // device/power_policy: made at the terminal
+inline constexpr char kPowerError[] = "PowerError";  // last error of applying power
+inline constexpr char kUpdatesPolicy[] = "UpdatesPolicy";  // device/updates_policy: JSON text
+inline constexpr char kUpdatesSource[] = "UpdatesSource";  // portal/check_in: who made that policy
+inline constexpr char kOsUpdatesReport[] =
+    "OsUpdatesReport";  // last report of OS updates, JSON text
+// Read and never written: put into the file by hand.
+inline constexpr char kAuthBaseUrl[] = "AuthBaseUrl";  // portal/request: base URL override
+inline constexpr char kDevAllowAnyCaller[] = "DevAllowAnyCaller";  // control/caller: admit non-root
+}  // namespace StateKey
+
+// Reads the file into the document, which is an empty object when there is no usable file. Only a
+// file whose text is no JSON object is told in the log. Called once, before any other function
+// here.
+void StateLoad();
+
+// The member's text when it is a string, otherwise empty: a number is not converted.
+[[nodiscard]] std::string StateGetString(const char* key);
+
+// The member when it is a number, otherwise 0: a flag stored as true or "1" reads as 0.
+[[nodiscard]] std::int64_t StateGetInt(const char* key);
+
+// Sets the member and saves, also when the value is the same. A failed save is told in the log and
+// in no other way: memory is then ahead of the file until the next save succeeds.
+void StateSet(const char* key, const Json& value);
+void StateSetString(const char* key, const std::string& text);
+void StateSetInt(const char* key, std::int64_t number);
+
+// Sets the member to null and saves; when it is null or absent, writes nothing.
+void StateClear(const char* key);
+
+// Stores a text, or clears the key for an empty one, when that differs from what stands there. True
+// when it differed, so that callers log a change once and an unchanged policy costs no disk write.
+bool StateUpdateString(const char* key, const std::string& text);
+
+// For the one writer that sets two keys in one save: the document itself, and the save.
+[[nodiscard]] Json& StateDocument() REQUIRES(stateLock);
+void StateSave() REQUIRES(stateLock);
+
+}  // namespace Tarnvale::KioskService
+
+#endif  // TARNVALE_KIOSKD_CORE_STATE_H_

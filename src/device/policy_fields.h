@@ -1,0 +1,42 @@
+// The readers and writers of fields that the policies share: minutes, clock times and days of the
+// week.
+
+#ifndef TARNVALE_KIOSKD_DEVICE_POLICY_FIELDS_H_
+#define TARNVALE_KIOSKD_DEVICE_POLICY_FIELDS_H_
+
+#include <cstdint>
+#include <string>
+
+#include "json/json.h"
+
+namespace Tarnvale::KioskService {
+
+// The longest idle time that a policy may name.
+inline constexpr int kMaxIdleMinutes = 240;
+
+// Each reader fills its out-parameter on success and leaves it alone otherwise. All are silent.
+
+// A JSON number that is whole and from `lowest` to `highest`. A string that holds a number is
+// refused.
+[[nodiscard]] bool ReadWholeNumber(const Json& value, int lowest, int highest, std::int32_t& out);
+
+// Clock text of exactly five bytes, as minutes after midnight.
+//
+//   "22:00"   1320
+//   "7:00"    refused
+//   "24:00"   refused
+[[nodiscard]] bool ParseClock(const Json& value, std::int32_t& minutes);
+
+// At most seven whole numbers from 0 (Sunday) to 6, none twice, as a bit mask. No days are a mask
+// of 0.
+[[nodiscard]] bool ParseDays(const Json& value, std::uint32_t& mask);
+
+// Minutes after midnight as "%02d:%02d".
+[[nodiscard]] std::string FormatClock(std::int32_t minutes);
+
+// The set bits of the mask as an ascending array.
+[[nodiscard]] Json DaysToJson(std::uint32_t mask);
+
+}  // namespace Tarnvale::KioskService
+
+#endif  // TARNVALE_KIOSKD_DEVICE_POLICY_FIELDS_H_

@@ -1,0 +1,48 @@
+// The power policy: when the screen goes off, when the device suspends, and the daily sleep.
+//
+// It comes from the portal with a check-in or is made at the terminal, and is kept in the state as
+// the text of PowerPolicyToJson, never as it was sent. A policy that its reader refuses is refused
+// as a whole. Any thread; silent.
+
+#ifndef TARNVALE_KIOSKD_DEVICE_POWER_POLICY_H_
+#define TARNVALE_KIOSKD_DEVICE_POWER_POLICY_H_
+
+#include <cstdint>
+
+#include "json/json.h"
+
+namespace Tarnvale::KioskService {
+
+struct PowerSchedule {
+  bool enabled = false;
+  std::int32_t sleepAt = 1320;  // Minutes after local midnight, 0 to 1439: 22:00.
+  std::int32_t wakeAt = 420;    // 07:00; never equal to sleepAt.
+  std::uint32_t days = 0x3E;    // Bit 0 Sunday to bit 6 Saturday: Monday to Friday.
+
+  bool operator==(const PowerSchedule&) const = default;
+};
+
+struct PowerPolicy {
+  std::int32_t screenOffMinutes = 15;  // Minutes of idleness, 0 to 240; 0 is never.
+  std::int32_t sleepMinutes = 0;       // As above, until the device suspends.
+  PowerSchedule schedule;
+
+  bool operator==(const PowerPolicy&) const = default;
+};
+
+// Accepts the JSON form, all members of which are required; overwrites `policy` on success only.
+[[nodiscard]] bool ReadPowerPolicy(const Json& value, PowerPolicy& policy);
+
+// The reader of the member `schedule`. A disabled schedule may have no days, an enabled one not.
+[[nodiscard]] bool ReadSchedule(const Json& value, PowerSchedule& schedule);
+
+// The canonical object: screenOffMinutes, sleepMinutes, schedule (enabled, sleepAt, wakeAt, days).
+[[nodiscard]] Json PowerPolicyToJson(const PowerPolicy& policy);
+
+// Reads the policy that stands under a state key. False, with `policy` untouched, when there is
+// none.
+[[nodiscard]] bool LoadPowerPolicy(const char* key, PowerPolicy& policy);
+
+}  // namespace Tarnvale::KioskService
+
+#endif  // TARNVALE_KIOSKD_DEVICE_POWER_POLICY_H_

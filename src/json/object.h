@@ -1,0 +1,25 @@
+// Reading texts that should hold a JSON object: portal replies and documents kept inside the state.
+
+#ifndef TARNVALE_KIOSKD_JSON_OBJECT_H_
+#define TARNVALE_KIOSKD_JSON_OBJECT_H_
+
+#include <string_view>
+
+#include "json/json.h"
+
+namespace Tarnvale::KioskService {
+
+// The parsed text when it is a JSON object, an empty object for anything else, so that callers read
+// members without a test of their own.
+//
+//   {"status":"enrolled"}   that object
+//   [1,2]                   an empty object
+//   (empty text)            an empty object
+[[nodiscard]] Json ParseObjectOrEmpty(std::string_view text);
+
+// The member's text when it is a JSON string, otherwise the empty string: nothing is converted.
+[[nodiscard]] std::string StringMember(const Json& object, std::string_view key);
+
+}  // namespace Tarnvale::KioskService
+
+#endif  // TARNVALE_KIOSKD_JSON_OBJECT_H_

@@ -1,0 +1,28 @@
+// The administrators' sessions: those that begin while maintenance is in force, whose end will end
+// it.
+
+#ifndef TARNVALE_KIOSKD_KIOSK_ADMIN_SESSIONS_H_
+#define TARNVALE_KIOSKD_KIOSK_ADMIN_SESSIONS_H_
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "core/locks.h"
+#include "kiosk/session_info.h"
+
+namespace Tarnvale::KioskService {
+
+// A local session of a named user that is not the kiosk account. Without a known kiosk account
+// every such session counts.
+[[nodiscard]] bool IsAdministratorSession(const SessionInfo& session,
+                                          std::optional<std::uint32_t> kioskUid);
+
+void TrackAdminSession(const std::string& id) EXCLUDES(adminSessionsLock);
+
+// True when the session was tracked, which it is no longer.
+bool ForgetAdminSession(const std::string& id) EXCLUDES(adminSessionsLock);
+
+}  // namespace Tarnvale::KioskService
+
+#endif  // TARNVALE_KIOSKD_KIOSK_ADMIN_SESSIONS_H_

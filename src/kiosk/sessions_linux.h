@@ -1,0 +1,26 @@
+// Sessions from logind over D-Bus: the slots listSessions and sessionOfPid. Any thread; each call
+// waits at most 10 s for logind. Silent.
+
+#ifndef TARNVALE_KIOSKD_KIOSK_SESSIONS_LINUX_H_
+#define TARNVALE_KIOSKD_KIOSK_SESSIONS_LINUX_H_
+
+#include <string>
+#include <vector>
+
+#include "kiosk/session_info.h"
+
+namespace Tarnvale::KioskService {
+
+// Reads the properties of one session object. False when logind does not answer or names no id.
+[[nodiscard]] bool ReadSession(const std::string& objectPath, SessionInfo* info);
+
+// All sessions in logind's order, without those that cannot be read. Empty when logind does not
+// answer.
+[[nodiscard]] std::vector<SessionInfo> ListSessions();
+
+// The session of a process; false when it has none or logind does not answer.
+[[nodiscard]] bool SessionOfPid(int pid, SessionInfo* info);
+
+}  // namespace Tarnvale::KioskService
+
+#endif  // TARNVALE_KIOSKD_KIOSK_SESSIONS_LINUX_H_

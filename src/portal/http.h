@@ -1,0 +1,22 @@
+// The result of one HTTP exchange with the portal.
+
+#ifndef TARNVALE_KIOSKD_PORTAL_HTTP_H_
+#define TARNVALE_KIOSKD_PORTAL_HTTP_H_
+
+#include <cstdint>
+#include <string>
+
+namespace Tarnvale::KioskService {
+
+struct Http {
+  // The server answered with a status. Tells nothing about the status, nor that the body is whole:
+  // an answer that a time-out or the size limit cut short counts as answered.
+  bool ok = false;
+  std::int32_t status = 0;  // 0 when not ok.
+  std::string body;   // As far as it was kept: never more than the caller's limit and one byte.
+  std::string error;  // Why there was no answer; empty when ok.
+};
+
+}  // namespace Tarnvale::KioskService
+
+#endif  // TARNVALE_KIOSKD_PORTAL_HTTP_H_
