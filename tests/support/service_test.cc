@@ -1,0 +1,143 @@
+#include "support/service_test.h"
+
+#include <sys/stat.h>
+
+#include "control/dispatch.h"
+#include "core/service.h"
+#include "core/state.h"
+#include "portal/identity.h"
+#include "support/strict_ops.h"
+
+namespace Tarnvale::KioskService {
+
+ServiceTest::ServiceTest() : ops(StrictOps()) {
+  config.stateDir = dir.At("state");
+  config.runDir = dir.At("run");
+  config.socket = dir.At("kiosk.sock");
+  config.brandingDir = dir.At("branding");
+  config.etcDir = dir.At("etc");
+  config.authBase = "https://portal.test";
+  config.client = dir.At("client");
+  config.setupTool = dir.At("setup-tool");
+  config.machineIdPath = dir.At("machine-id");
+  for (const std::string& made : {config.stateDir, config.runDir}) {
+    EXPECT_EQ(::mkdir(made.c_str(), 0700), 0) << made;
+  }
+  WriteText(config.client, "", 0755);
+  WriteText(config.machineIdPath, kTestMachineId);
+  ops.http = [this](const std::string& method, const std::string& url, const std::string& body,
+                    const std::string& token, unsigned long maxBytes, const std::string& accept) {
+    return portal.Exchange({method, url, body, token, maxBytes, accept});
+  };
+  SetService(config, ForwardingOps(ops));
+  LoadState();
+}
+
+void ServiceTest::LoadState() {
+  StateLoad();
+}
+
+void ServiceTest::WriteState(const std::string& text) {
+  WriteText(config.stateDir + "/state.json", text, 0600);
+}
+
+Json ServiceTest::StateFile() const {
+  return Json::Parse(ReadText(config.stateDir + "/state.json")).value_or(Json("unreadable"));
+}
+
+void ServiceTest::Enrol() {
+  StateSetString(StateKey::kDeviceToken, kTestToken);
+  StateSetString(StateKey::kDeviceId, MachineIdHash());
+}
+
+void ServiceTest::Provision() {
+  AccountIs(kTestKioskUid);
+  StateSetString(StateKey::kAccountUid, std::to_string(kTestKioskUid));
+  StateSetInt(StateKey::kProvisioned, 1);
+}
+
+void ServiceTest::AccountIs(unsigned uid, const std::string& comment) {
+  ops.lookupKioskAccount = [uid, comment](unsigned* uidOut, std::string* commentOut) {
+    if (uidOut != nullptr) *uidOut = uid;
+    if (commentOut != nullptr) *commentOut = comment;
+    return 1;
+  };
+}
+
+void ServiceTest::AccountIsMissing() {
+  ops.lookupKioskAccount = [](unsigned*, std::string*) { return 0; };
+}
+
+void ServiceTest::AccountLookupFails() {
+  ops.lookupKioskAccount = [](unsigned*, std::string*) { return 2; };
+}
+
+void ServiceTest::SetupToolMakes(unsigned uid) {
+  ops.runSetupTool = [this, uid](bool enable, std::string* detail) {
+    EXPECT_TRUE(enable);
+    detail->clear();
+    AccountIs(uid);
+    return true;
+  };
+}
+
+void ServiceTest::SessionsAre(std::vector<SessionInfo> sessions) {
+  ops.listSessions = [sessions] { return sessions; };
+  ops.sessionOfPid = [](int, SessionInfo*) { return false; };
+}
+
+void ServiceTest::CallerIsIn(const SessionInfo& session) {
+  ops.sessionOfPid = [session](int, SessionInfo* info) {
+    *info = session;
+    return true;
+  };
+}
+
+SessionInfo ServiceTest::PersonSession() {
+  return {.id = kTestPersonSession,
+          .uid = kTestPersonUid,
+          .name = "alex",
+          .remote = false,
+          .active = true,
+          .sessionClass = "user",
+          .tty = "tty2"};
+}
+
+SessionInfo ServiceTest::KioskSession() {
+  return {.id = kTestKioskSession,
+          .uid = kTestKioskUid,
+          .name = "tarnvale-kiosk",
+          .remote = false,
+          .active = true,
+          .sessionClass = "user",
+          .tty = "tty1"};
+}
+
+Caller ServiceTest::Person() {
+  return {.interactive = true, .uid = kTestPersonUid, .pid = 4001, .session = kTestPersonSession};
+}
+
+Caller ServiceTest::Kiosk() {
+  return {.interactive = true,
+          .kioskAccount = true,
+          .uid = kTestKioskUid,
+          .pid = 4002,
+          .session = kTestKioskSession};
+}
+
+Caller ServiceTest::Root() {
+  return {.root = true, .uid = 0, .pid = 4003, .session = {}};
+}
+
+Json ServiceTest::Send(const std::string& request, const Caller& caller) {
+  const std::string reply = Dispatch(request, caller, after);
+  const std::optional<Json> parsed = Json::Parse(reply);
+  EXPECT_TRUE(parsed.has_value()) << reply;
+  return parsed.value_or(Json());
+}
+
+std::string ErrorOf(const Json& reply) {
+  return reply.Get("error").AsString("");
+}
+
+}  // namespace Tarnvale::KioskService
