@@ -34,8 +34,10 @@ void InstallStopHandler() {
   (void)::signal(SIGPIPE, SIG_IGN);
 }
 
-bool Start(const Config& config, const Ops& ops) {
-  if (!Run(config, ops)) {
+using MakeOps = Ops(const Config& config);
+
+bool Start(const Config& config, MakeOps* makeOps) {
+  if (!Run(config, makeOps(config))) {
     Log("<3>cannot prepare %s\n", config.stateDir.c_str());
     return false;
   }
@@ -47,7 +49,7 @@ bool Start(const Config& config, const Ops& ops) {
 int RunService(const Config& config, Ops (*makeOps)(const Config& config)) {
   Log("<6>tarnvale-kioskd %s starting\n", kBuildStamp);
   InstallStopHandler();
-  if (!Start(config, makeOps(config))) return kExitCannotStart;
+  if (!Start(config, makeOps)) return kExitCannotStart;
   AcceptLoop();
   // A connection may have scheduled a restart since the loop ended the last one.
   StopScheduledRestart();
