@@ -1,6 +1,6 @@
-# kiosk_add_build_stamp(TARGET SOURCES...): a static library with the text that kBuildStamp names.
+# kiosk_add_build_stamp(TARGET FILES...): a static library with the text that kBuildStamp names.
 #
-# The stamp is made anew whenever one of SOURCES is newer, so an unchanged tree builds nothing. It is
+# The stamp is made anew whenever one of FILES is newer, so an unchanged tree builds nothing. It is
 # the time of the build in UTC, or of SOURCE_DATE_EPOCH when that is set (`string(TIMESTAMP)` honours
 # it), so that a package can be built twice with the same result.
 function(kiosk_add_build_stamp target)

@@ -25,8 +25,8 @@ struct Caller {
   std::string session;  // Id of the logind session of the process; empty when it has none.
 };
 
-// A regular answer of stat with root as the owner and no write permission for group and others.
-// Follows links. False for an empty path.
+// Whether root owns what stands at the path and neither group nor others may write it. Follows
+// links. False for an empty path, and when there is nothing.
 [[nodiscard]] bool RootOwnedNotWritable(const std::string& path);
 
 // Whether an executable of this path is an installed service: below /usr/, and only root may change

@@ -1,6 +1,7 @@
 #include "control/server.h"
 
 #include <poll.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -10,6 +11,7 @@
 #include <cerrno>
 #include <cstring>
 #include <string>
+#include <system_error>
 #include <thread>
 #include <utility>
 
@@ -31,12 +33,14 @@ constexpr int kBacklog = 16;
 // The path and its terminating zero must fit.
 constexpr std::size_t kMaxSocketPathBytes = sizeof(sockaddr_un::sun_path) - 1;
 constexpr mode_t kSocketMode = 0666;
+// For a save, an exchange with the portal and a child process at once.
+constexpr rlim_t kReservedDescriptors = 8;
 constexpr std::int64_t kConnectionGraceMs = 30 * kSecondMs;
 constexpr std::int64_t kConnectionTestMs = 10;
 
 // The main thread's; the write end of the pipe is also known to RequestStop.
 Pipe wakePipe;
-Descriptor listenSocket;
+Descriptor listenFd;
 
 // Atomic: raised by the accept loop, lowered by each connection's thread as the last thing it does.
 std::atomic<int> activeConnections{0};
@@ -65,19 +69,34 @@ bool Listen(int fd, const std::string& path) {
          ::listen(fd, kBacklog) == 0;
 }
 
+// Whether so few descriptors are left that the service needs them for itself: a flood of
+// connections must not keep it from reading its machine-id or saving its state.
+bool IsOfReserve(const Descriptor& connection) {
+  rlimit limit = {};
+  if (::getrlimit(RLIMIT_NOFILE, &limit) != 0) return false;
+  return static_cast<rlim_t>(connection.Get()) + kReservedDescriptors >= limit.rlim_cur;
+}
+
+void ServeOnThread(Descriptor connection) {
+  ServeConnection(std::move(connection));
+  activeConnections.fetch_sub(1);
+}
+
 void StartConnection(Descriptor connection) {
   activeConnections.fetch_add(1);
-  std::thread([connection = std::move(connection)]() mutable {
-    ServeConnection(std::move(connection));
+  try {
+    std::thread(ServeOnThread, std::move(connection)).detach();
+  } catch (const std::system_error&) {
+    // No thread left for this peer. It is closed unheard, and the service goes on for the others.
     activeConnections.fetch_sub(1);
-  }).detach();
+  }
 }
 
 // Accepts until a byte arrives in the wake pipe. The pipe is looked at first, so that a pending
 // connection never delays a stop.
 void AcceptConnections() {
   while (true) {
-    pollfd entries[] = {{listenSocket.Get(), POLLIN, 0}, {wakePipe.readEnd.Get(), POLLIN, 0}};
+    pollfd entries[] = {{listenFd.Get(), POLLIN, 0}, {wakePipe.readEnd.Get(), POLLIN, 0}};
     if (::poll(entries, 2, -1) < 0) {
       if (errno == EINTR) continue;
       Log("<3>poll failed (%s)\n", std::strerror(errno));
@@ -85,9 +104,10 @@ void AcceptConnections() {
     }
     if (entries[1].revents != 0) return;
     if ((entries[0].revents & POLLIN) == 0) continue;
-    Descriptor connection(::accept4(listenSocket.Get(), nullptr, nullptr, SOCK_CLOEXEC));
+    Descriptor connection(::accept4(listenFd.Get(), nullptr, nullptr, SOCK_CLOEXEC));
     // A peer that is gone already, or no descriptor left: there is nobody to tell.
-    if (connection.IsOpen()) StartConnection(std::move(connection));
+    if (!connection.IsOpen() || IsOfReserve(connection)) continue;
+    StartConnection(std::move(connection));
   }
 }
 
@@ -98,8 +118,8 @@ void WaitForConnections() {
 }
 
 void CloseControlSocket() {
-  if (listenSocket.IsOpen()) (void)listenSocket.Close();  // nothing is sent on it
-  (void)::unlink(ServiceConfig().socket.c_str());         // may have been removed by hand
+  if (listenFd.IsOpen()) (void)listenFd.Close();   // nothing is sent on it
+  (void)::unlink(ServiceConfig().socket.c_str());  // may have been removed by hand
 }
 
 }  // namespace
@@ -110,11 +130,11 @@ bool OpenControlSocket() {
   SetStopDescriptor(wakePipe.writeEnd.Get());
   if (path.size() > kMaxSocketPathBytes) return false;
   RemoveStaleSocket(path);
-  listenSocket = Descriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  if (!listenSocket.IsOpen()) return false;
-  if (Listen(listenSocket.Get(), path)) return true;
+  listenFd = Descriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  if (!listenFd.IsOpen()) return false;
+  if (Listen(listenFd.Get(), path)) return true;
   Log("<3>cannot listen on %s (%s)\n", path.c_str(), std::strerror(errno));
-  (void)listenSocket.Close();  // nothing is sent on it
+  (void)listenFd.Close();  // nothing is sent on it
   return false;
 }
 

@@ -12,6 +12,8 @@
 namespace Tarnvale::KioskService {
 namespace {
 
+constexpr long kMillisecondNs = 1'000'000;
+
 template <typename Clock>
 std::int64_t NowMs() {
   const auto sinceEpoch = Clock::now().time_since_epoch();
@@ -38,7 +40,7 @@ int PollFor(pollfd* entries, nfds_t count, std::int64_t timeoutMs) {
 }
 
 void PauseFor(std::int64_t milliseconds) {
-  timespec rest = {milliseconds / kSecondMs, (milliseconds % kSecondMs) * 1000000};
+  timespec rest = {milliseconds / kSecondMs, (milliseconds % kSecondMs) * kMillisecondNs};
   while (::nanosleep(&rest, &rest) != 0 && errno == EINTR) {
   }
 }

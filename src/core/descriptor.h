@@ -24,7 +24,7 @@ class Descriptor {
 
   // Closes now and reports it, for files whose last write may fail here; true when nothing was
   // open.
-  bool Close();
+  [[nodiscard]] bool Close();
 
  private:
   int fd_ = -1;

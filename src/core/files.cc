@@ -8,7 +8,7 @@
 #include <cstdio>
 #include <cstring>
 #include <fstream>
-#include <iterator>
+#include <sstream>
 
 #include "core/descriptor.h"
 #include "core/log.h"
@@ -55,7 +55,9 @@ bool WriteFileAtomic(const std::string& path, std::string_view bytes, mode_t mod
     return false;
   }
   if (FillAndReplace(file, temporary, path, bytes, mode)) return true;
-  Log("<3>cannot write %s (%s)\n", path.c_str(), std::strerror(errno));
+  const int error = errno;
+  (void)file.Close();  // what it says now is no news
+  Log("<3>cannot write %s (%s)\n", path.c_str(), std::strerror(error));
   (void)::unlink(temporary.c_str());  // the failure has been told already
   return false;
 }
@@ -75,8 +77,10 @@ bool ReadFileLimited(const std::string& path, std::size_t maxBytes, std::string&
 }
 
 std::string ReadWholeFile(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+  const std::ifstream file(path, std::ios::binary);
+  std::ostringstream text;
+  text << file.rdbuf();  // a read that fails ends the text, where reading by iterator would throw
+  return text.str();
 }
 
 }  // namespace Tarnvale::KioskService

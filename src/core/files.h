@@ -24,7 +24,8 @@ namespace Tarnvale::KioskService {
 [[nodiscard]] bool ReadFileLimited(const std::string& path, std::size_t maxBytes, std::string& out);
 
 // The whole text of a file of the system's own (/proc, /sys, /etc), of any size. Empty when it
-// cannot be opened: a missing file and an empty one are alike to all who ask here.
+// cannot be opened, short when it cannot be read: a missing file and an empty one are alike to all
+// who ask here.
 [[nodiscard]] std::string ReadWholeFile(const std::string& path);
 
 }  // namespace Tarnvale::KioskService

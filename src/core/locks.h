@@ -2,10 +2,12 @@
 // protects carries its name in a GUARDED_BY where it is declared. All are plain, non-recursive, and
 // live as long as the process.
 //
-// Where two are held together the outer one comes first: the lifecycle lock before all others of
-// this page; then the rest, none of them inside another; innermost the state lock, inside which
-// nothing is taken. The signalling lock is a leaf beside it: it is held for a few instructions
-// only, by the signal handler too, and is taken under the pairing lock alone.
+// clang checks the order within each function, and through EXCLUDES and REQUIRES what a function
+// takes or needs where it is called. Where two are held together the outer one comes first: the
+// lifecycle lock before all others of this page; then the rest, none of them inside another;
+// innermost the state lock, inside which nothing is taken. The signalling lock is a leaf beside it:
+// it is held for a few instructions only, by the signal handler too, and is taken under the pairing
+// lock alone.
 
 #ifndef TARNVALE_KIOSKD_CORE_LOCKS_H_
 #define TARNVALE_KIOSKD_CORE_LOCKS_H_

@@ -1,5 +1,6 @@
 // tarnvale-kioskd: the privileged service of a kiosk terminal.
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -16,11 +17,22 @@ namespace {
 
 constexpr int kExitUsage = 2;
 
+// Whoever started the process may have left some of the three closed. A file that took such a
+// number would receive the log, or be handed to a child.
+void OpenStandardStreams() {
+  for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
+    if (::fcntl(fd, F_GETFD) >= 0) continue;
+    (void)::open("/dev/null",
+                 O_RDWR);  // NOLINT: takes this very number, and children shall have it
+  }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
   using namespace Tarnvale::KioskService;
 
+  OpenStandardStreams();
   Config config;
   std::string unknown;
   const std::span<const char* const> arguments(argv + 1, static_cast<std::size_t>(argc - 1));

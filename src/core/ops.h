@@ -21,7 +21,8 @@
 namespace Tarnvale::KioskService {
 
 struct Ops {
-  // One HTTP exchange, at most 15 s. `maxBytes` bounds the body that is kept.
+  // One HTTP exchange, at most 15 s but for what a hanging resolver adds. `maxBytes` bounds the
+  // body that is kept.
   std::function<Http(const std::string& method, const std::string& url, const std::string& body,
                      const std::string& token, unsigned long maxBytes, const std::string& accept)>
       http;

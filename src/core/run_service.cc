@@ -36,6 +36,11 @@ void InstallStopHandler() {
 
 using MakeOps = Ops(const Config& config);
 
+// A connection may have scheduled a restart since the accept loop ended the last one.
+void FinishRestartAndWorkers() {
+  StopScheduledRestart();
+}
+
 bool Start(const Config& config, MakeOps* makeOps) {
   if (!Run(config, makeOps(config))) {
     Log("<3>cannot prepare %s\n", config.stateDir.c_str());
@@ -51,8 +56,7 @@ int RunService(const Config& config, Ops (*makeOps)(const Config& config)) {
   InstallStopHandler();
   if (!Start(config, makeOps)) return kExitCannotStart;
   AcceptLoop();
-  // A connection may have scheduled a restart since the loop ended the last one.
-  StopScheduledRestart();
+  FinishRestartAndWorkers();
   Log("<6>tarnvale-kioskd stopped\n");
   return kExitStopped;
 }

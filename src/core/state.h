@@ -50,26 +50,27 @@ inline constexpr char kDevAllowAnyCaller[] = "DevAllowAnyCaller";  // control/ca
 // Reads the file into the document, which is an empty object when there is no usable file. Only a
 // file whose text is no JSON object is told in the log. Called once, before any other function
 // here.
-void StateLoad();
+void StateLoad() EXCLUDES(stateLock, signallingLock);
 
 // The member's text when it is a string, otherwise empty: a number is not converted.
-[[nodiscard]] std::string StateGetString(const char* key);
+[[nodiscard]] std::string StateGetString(const char* key) EXCLUDES(stateLock, signallingLock);
 
 // The member when it is a number, otherwise 0: a flag stored as true or "1" reads as 0.
-[[nodiscard]] std::int64_t StateGetInt(const char* key);
+[[nodiscard]] std::int64_t StateGetInt(const char* key) EXCLUDES(stateLock, signallingLock);
 
 // Sets the member and saves, also when the value is the same. A failed save is told in the log and
 // in no other way: memory is then ahead of the file until the next save succeeds.
-void StateSet(const char* key, const Json& value);
-void StateSetString(const char* key, const std::string& text);
-void StateSetInt(const char* key, std::int64_t number);
+void StateSet(const char* key, const Json& value) EXCLUDES(stateLock, signallingLock);
+void StateSetString(const char* key, const std::string& text) EXCLUDES(stateLock, signallingLock);
+void StateSetInt(const char* key, std::int64_t number) EXCLUDES(stateLock, signallingLock);
 
 // Sets the member to null and saves; when it is null or absent, writes nothing.
-void StateClear(const char* key);
+void StateClear(const char* key) EXCLUDES(stateLock, signallingLock);
 
 // Stores a text, or clears the key for an empty one, when that differs from what stands there. True
 // when it differed, so that callers log a change once and an unchanged policy costs no disk write.
-bool StateUpdateString(const char* key, const std::string& text);
+bool StateUpdateString(const char* key, const std::string& text)
+    EXCLUDES(stateLock, signallingLock);
 
 // For the one writer that sets two keys in one save: the document itself, and the save.
 [[nodiscard]] Json& StateDocument() REQUIRES(stateLock);

@@ -38,7 +38,7 @@ void RequestStop() {
   if (fd < 0) return;
   const char byte = 1;
   (void)!::write(fd, &byte,
-                 1);  // a full pipe holds a byte already, and its arrival is all that counts
+                 1);  // a byte for each signal never fills a pipe, and nobody is left to tell
 }
 
 void WakeServiceLoop() {

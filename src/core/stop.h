@@ -15,13 +15,13 @@ namespace Tarnvale::KioskService {
 // loop's poll. Called by the signal handler on whichever thread took the signal, and by the stop
 // sequence. It locks in signal context: the lock is held for a few instructions only, and a signal
 // on the thread that holds it at that very moment would hang that thread.
-void RequestStop() EXCLUDES(signallingLock);
+void RequestStop() EXCLUDES(signallingLock, stateLock);
 
 // As RequestStop, without the byte: the accept loop, which calls this, polls no more.
-void StopThreads() EXCLUDES(signallingLock);
+void StopThreads() EXCLUDES(signallingLock, stateLock);
 
 // Makes the service loop run a pass now, or again when one is running.
-void WakeServiceLoop() EXCLUDES(signallingLock);
+void WakeServiceLoop() EXCLUDES(signallingLock, stateLock);
 
 // Sleeps. True when the full time passed, false as soon as a stop is requested, at once when it
 // was.

@@ -8,14 +8,12 @@
 namespace Tarnvale::KioskService {
 namespace {
 
-// What stands behind `lead` in the first line that begins with it and has at least `minLength`
-// bytes.
-std::optional<std::string> FindLineValue(std::string_view text, std::string_view lead,
-                                         std::size_t minLength) {
+// What stands behind `lead` in the first line that begins with it.
+std::optional<std::string> FindLineValue(std::string_view text, std::string_view lead) {
   while (!text.empty()) {
     const std::size_t end = text.find('\n');
     const std::string_view line = text.substr(0, end);
-    if (line.size() >= minLength && line.starts_with(lead)) {
+    if (line.starts_with(lead)) {
       return std::string(line.substr(lead.size()));
     }
     if (end == std::string_view::npos) break;
@@ -31,8 +29,7 @@ bool BeginsWithQuote(const std::string& value) {
 }  // namespace
 
 long ParseBootTimeMs(std::string_view procStat) {
-  constexpr std::string_view kLead = "btime ";
-  const std::optional<std::string> value = FindLineValue(procStat, kLead, kLead.size());
+  const std::optional<std::string> value = FindLineValue(procStat, "btime ");
   if (!value) return 0;
   // Unsigned, so that a number that no clock will ever show wraps instead of overflowing.
   const auto seconds = static_cast<unsigned long>(std::strtoll(value->c_str(), nullptr, 10));
@@ -40,8 +37,7 @@ long ParseBootTimeMs(std::string_view procStat) {
 }
 
 std::string ParseDisplayName(std::string_view osRelease) {
-  constexpr std::string_view kLead = "PRETTY_NAME=";
-  const std::optional<std::string> value = FindLineValue(osRelease, kLead, kLead.size());
+  const std::optional<std::string> value = FindLineValue(osRelease, "PRETTY_NAME=");
   if (!value) return "Linux";
   return BeginsWithQuote(*value) ? value->substr(1, value->size() - 2) : *value;
 }

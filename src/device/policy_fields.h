@@ -18,6 +18,10 @@ inline constexpr int kMaxIdleMinutes = 240;
 
 // A JSON number that is whole and from `lowest` to `highest`. A string that holds a number is
 // refused.
+//
+//   240 of 0 to 240    240
+//   2.5                refused
+//   "15"               refused
 [[nodiscard]] bool ReadWholeNumber(const Json& value, int lowest, int highest, std::int32_t& out);
 
 // Clock text of exactly five bytes, as minutes after midnight.
@@ -29,6 +33,10 @@ inline constexpr int kMaxIdleMinutes = 240;
 
 // At most seven whole numbers from 0 (Sunday) to 6, none twice, as a bit mask. No days are a mask
 // of 0.
+//
+//   [1,5]   the mask 0x22
+//   [1,1]   refused
+//   [7]     refused
 [[nodiscard]] bool ParseDays(const Json& value, std::uint32_t& mask);
 
 // Minutes after midnight as "%02d:%02d".

@@ -31,6 +31,11 @@ struct PowerPolicy {
 };
 
 // Accepts the JSON form, all members of which are required; overwrites `policy` on success only.
+//
+//   {"screenOffMinutes":15,"sleepMinutes":0,"schedule":{"enabled":false,"sleepAt":"22:00",
+//    "wakeAt":"07:00","days":[]}}                    accepted
+//   the same with "sleepMinutes":241                  refused
+//   the same without "schedule"                       refused
 [[nodiscard]] bool ReadPowerPolicy(const Json& value, PowerPolicy& policy);
 
 // The reader of the member `schedule`. A disabled schedule may have no days, an enabled one not.

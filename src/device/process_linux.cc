@@ -61,7 +61,7 @@ struct ChildPlan {
 };
 
 [[noreturn]] void BecomeTool(const ChildPlan& plan) {
-  const int null = ::open("/dev/null", O_RDONLY);
+  const int null = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
   if (null >= 0) (void)::dup2(null, STDIN_FILENO);  // without it the service's own input stays
   (void)::dup2(plan.outputFd, STDOUT_FILENO);       // nobody is left to be told
   (void)::dup2(plan.outputFd, STDERR_FILENO);
@@ -117,11 +117,14 @@ bool ReadUntilEnd(Descriptor& output, Descriptor& status, std::int64_t deadlineM
   return true;
 }
 
-int WaitFor(pid_t pid) {
+// The exit code of the child; -1 when it died on a signal, or when somebody else has waited for it.
+std::int32_t WaitForExit(pid_t pid) {
   int waitStatus = 0;
-  while (::waitpid(pid, &waitStatus, 0) < 0 && errno == EINTR) {
-  }
-  return waitStatus;
+  pid_t waited = 0;
+  do {
+    waited = ::waitpid(pid, &waitStatus, 0);
+  } while (waited < 0 && errno == EINTR);
+  return waited == pid && WIFEXITED(waitStatus) ? WEXITSTATUS(waitStatus) : -1;
 }
 
 }  // namespace
@@ -167,8 +170,8 @@ ProcResult RunProcess(const std::vector<std::string>& argv, std::int32_t timeout
   }
   (void)output.readEnd.Close();  // a tool that goes on writing receives SIGPIPE
   (void)status.readEnd.Close();
-  const int waitStatus = WaitFor(pid);
-  if (finished && WIFEXITED(waitStatus)) result.status = WEXITSTATUS(waitStatus);
+  const std::int32_t exitCode = WaitForExit(pid);
+  if (finished) result.status = exitCode;
   return result;
 }
 

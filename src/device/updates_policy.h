@@ -23,7 +23,12 @@ struct UpdatesPolicy {
   bool operator==(const UpdatesPolicy&) const = default;
 };
 
-// Accepts the JSON form. The window is required, also when `automatic` is false, and so is a day.
+// Accepts the JSON form and overwrites `policy` on success only. The window is required, also when
+// `automatic` is false, and so is a day.
+//
+//   {"automatic":true,"window":{"start":"22:00","end":"04:00","days":[1]}}   accepted, passes
+//   midnight the same with "end":"22:00"                                              refused
+//   {"automatic":true}                                                       refused
 [[nodiscard]] bool UpdatesPolicyFromJson(const Json& value, UpdatesPolicy& policy);
 
 // The canonical object: automatic, window (start, end, days).

@@ -21,7 +21,7 @@ constexpr mode_t kPresenceFileMode = 0600;
 struct PresenceReport {
   bool signedIn = false;        // A user of the stream client is signed in.
   bool live = false;            // A stream session is running.
-  std::string session;          // The logind session that reported.
+  std::string reportSession;    // The logind session that reported.
   std::int64_t reportedAt = 0;  // Steady clock; 0 when nobody has reported since the start.
 };
 
@@ -50,7 +50,7 @@ std::string HandleSessionReport(const Json& request, const std::string& session)
   }
   report = {.signedIn = signedIn.boolean,
             .live = live.AsBool(false),
-            .session = session,
+            .reportSession = session,
             .reportedAt = SteadyNowMs()};
   WritePresence(report.signedIn, report.live);
   return ReplyOk();
@@ -58,7 +58,7 @@ std::string HandleSessionReport(const Json& request, const std::string& session)
 
 void ForgetPresenceOf(const std::string& session) {
   const MutexLock lock(presenceLock);
-  if (report.session != session) return;
+  if (report.reportSession != session) return;
   report.signedIn = false;
   report.live = false;
   WritePresence(false, false);
@@ -77,7 +77,7 @@ void WritePresence(bool signedIn, bool live) {
 std::string RestartBlocker() {
   const PresenceReport reported = GetReport();
   if (!IsCurrent(reported)) return {};
-  if (!IsKioskSession(reported.session)) return {};
+  if (!IsKioskSession(reported.reportSession)) return {};
   if (reported.live) return "a stream session is live";
   if (reported.signedIn) return "a Tarnvale user is signed in";
   return {};

@@ -27,7 +27,7 @@ void ForgetPresenceOf(const std::string& session) EXCLUDES(presenceLock);
 
 // Writes the presence file with the present wall-clock time. The writer logs a failure, and the
 // report in memory holds all the same.
-void WritePresence(bool signedIn, bool live);
+void WritePresence(bool signedIn, bool live) REQUIRES(presenceLock);
 
 // What speaks against a restart now, in words for the log; empty when nothing does. A report older
 // than 150 s, or of a session that is no longer the kiosk's own, counts as none. Asks logind,

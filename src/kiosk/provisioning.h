@@ -24,7 +24,8 @@ namespace Tarnvale::KioskService {
 //
 // Logs each outcome; what the tool printed goes to the log alone. Takes the lifecycle lock and
 // holds it across the setup tool's run, up to 15 minutes.
-[[nodiscard]] std::string ProvisionKiosk() EXCLUDES(lifecycleLock);
+[[nodiscard]] std::string ProvisionKiosk()
+    EXCLUDES(lifecycleLock, adminSessionsLock, pairingLock, restartLock, presenceLock, stateLock);
 
 }  // namespace Tarnvale::KioskService
 

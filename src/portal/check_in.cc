@@ -15,7 +15,6 @@
 namespace Tarnvale::KioskService {
 namespace {
 
-constexpr std::int32_t kHttpOk = 200;
 constexpr std::int32_t kHttpUnauthorized = 401;
 
 Json TextOrNull(const std::string& text) {
@@ -121,11 +120,12 @@ CheckInResult::~CheckInResult() {
 }
 
 CheckInResult CheckIn(const std::string& token) {
-  const Http http = PortalRequest("POST", "/api/kiosk/check-in", MakeReport(), token,
-                                  kMaxPortalReplyBytes, kAcceptJson);
+  Http http = PortalRequest("POST", "/api/kiosk/check-in", MakeReport(), token,
+                            kMaxPortalReplyBytes, kAcceptJson);
   CheckInResult result;
   const Json reply = ParseObjectOrEmpty(http.body);
   if (JudgeReply(http, reply, result)) ApplyReply(reply, result);
+  WipeText(http.body);  // it may hold the exit password
   return result;
 }
 

@@ -29,8 +29,8 @@ struct CheckInResult {
   ~CheckInResult();  // Wipes the exit password.
 
   CheckInOutcome outcome = CheckInOutcome::kFailed;
-  // The password that lets an administrator out. It exists here, in memory, for the life of one
-  // check-in, and nowhere else. Empty unless enrolled.
+  // The password that lets an administrator out. It is kept here alone, in memory, for the life of
+  // one check-in, and wiped with this record. Empty unless enrolled.
   std::string exitPassword;
   std::string error;     // The reason, unless enrolled.
   Json branding;         // As the portal sent it. Null unless enrolled.

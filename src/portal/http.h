@@ -8,6 +8,9 @@
 
 namespace Tarnvale::KioskService {
 
+// The status that most answers are tested for.
+inline constexpr std::int32_t kHttpOk = 200;
+
 struct Http {
   // The server answered with a status. Tells nothing about the status, nor that the body is whole:
   // an answer that a time-out or the size limit cut short counts as answered.

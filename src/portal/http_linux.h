@@ -12,11 +12,11 @@ namespace Tarnvale::KioskService {
 // Makes libcurl ready, once per process. Called before any other thread may make an exchange.
 void PrepareHttp();
 
-// One exchange, of at most 15 s, on a connection of its own: http or https, no redirect followed,
-// certificates verified. `body` is sent with POST and PUT only; an empty `token` sends no
-// Authorization. At most `maxBytes` and one byte of the answer are kept, so that a caller can tell
-// one that is too long; a chunk that crosses the limit ends the transfer. Retries nothing and logs
-// nothing. Any thread.
+// One exchange, of at most 15 s (a resolver that hangs can add its own time-outs), on a connection
+// of its own: http or https, no redirect followed, certificates verified. `body` is sent with POST
+// and PUT only; an empty `token` sends no Authorization. At most `maxBytes` and one byte of the
+// answer are kept, so that a caller can tell one that is too long; a chunk that crosses the limit
+// ends the transfer. Retries nothing and logs nothing. Any thread.
 [[nodiscard]] Http HttpExchange(const std::string& method, const std::string& url,
                                 const std::string& body, const std::string& token,
                                 unsigned long maxBytes, const std::string& accept);

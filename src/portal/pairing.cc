@@ -24,7 +24,6 @@ namespace {
 constexpr std::size_t kCodeLength = 8;
 constexpr std::int64_t kDefaultCodeSeconds = 900;
 
-constexpr std::int32_t kHttpOk = 200;
 constexpr std::int32_t kHttpCreated = 201;
 constexpr std::int32_t kHttpAccepted = 202;
 constexpr std::int32_t kHttpNotFound = 404;
@@ -84,7 +83,8 @@ std::string ReplyRestarting() {
   return reply.Dump();
 }
 
-std::string TakePendingCodeLocked(const char* error) REQUIRES(pairingLock) {
+// The code has come to its end.
+std::string ReplyCodeOverLocked(const char* error) REQUIRES(pairingLock) {
   pendingCode.clear();
   return ReplyError(error);
 }
@@ -97,12 +97,13 @@ std::string AskForTokenLocked(const std::string& code, std::string& token) REQUI
   if (!http.ok || http.status >= kHttpServerError) return ReplyNotPaired("unreachable");
   if (http.status == kHttpAccepted) return ReplyNotPaired();
   if (http.status == kHttpNotFound || http.status == kHttpGone) {
-    return TakePendingCodeLocked("expired");
+    return ReplyCodeOverLocked("expired");
   }
-  if (http.status == kHttpConflict) return TakePendingCodeLocked("claimed");
+  if (http.status == kHttpConflict) return ReplyCodeOverLocked("claimed");
   if (http.status != kHttpOk) return ReplyError("server_error");
+  pendingCode.clear();
   token = StringMember(ParseObjectOrEmpty(http.body), "deviceToken");
-  return TakePendingCodeLocked("server_error");
+  return token.empty() ? ReplyError("server_error") : std::string();
 }
 
 // Both keys reach the disk in one replacement of the file: a token is never seen without its

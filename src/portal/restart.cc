@@ -17,7 +17,8 @@ constexpr std::int64_t kLongestPauseMs = 250;
 
 std::int64_t restartDeadlineMs GUARDED_BY(restartLock) = 0;  // Steady clock; 0 for none.
 bool restartThreadRunning GUARDED_BY(restartLock) = false;
-std::thread restartThread GUARDED_BY(restartLock);
+// Never destroyed: a connection that was abandoned at the stop may still start it.
+std::thread& restartThread GUARDED_BY(restartLock) = *new std::thread;
 
 std::int64_t PendingDeadlineMs() EXCLUDES(restartLock) {
   const MutexLock lock(restartLock);

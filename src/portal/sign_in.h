@@ -12,6 +12,10 @@ namespace Tarnvale::KioskService {
 // The normalised document, whatever `value` is: `microsoft` (bool, true unless the portal says
 // otherwise), `email` (bool, false unless it does) and `extraHosts` (the first 10 valid, distinct
 // host names, in their order; the others are skipped silently).
+//
+//   {"email":true,"extraHosts":["a.example","A.example"]}   email, and a.example alone
+//   {"microsoft":"false"}                                   microsoft: that is no bool
+//   7                                                       all defaults
 [[nodiscard]] Json ReadSignIn(const Json& value);
 
 // 1 to 253 bytes, at least one dot, labels of 1 to 63 lower-case letters, digits and inner hyphens.
