@@ -33,8 +33,8 @@ constexpr int kBacklog = 16;
 // The path and its terminating zero must fit.
 constexpr std::size_t kMaxSocketPathBytes = sizeof(sockaddr_un::sun_path) - 1;
 constexpr mode_t kSocketMode = 0666;
-// For a save, an exchange with the portal and a child process at once.
-constexpr rlim_t kReservedDescriptors = 8;
+// For a save, an exchange with the portal, a child process and the D-Bus calls that wait at once.
+constexpr rlim_t kReservedDescriptors = 16;
 constexpr std::int64_t kConnectionGraceMs = 30 * kSecondMs;
 constexpr std::int64_t kConnectionTestMs = 10;
 

@@ -1,6 +1,9 @@
 #include "device/dbus_linux.h"
 
+#include <chrono>
+#include <cstddef>
 #include <mutex>
+#include <semaphore>
 
 #include "core/log.h"
 
@@ -16,6 +19,29 @@ GDBusConnection* ConnectSystemBus() {
   g_clear_error(&error);
   return connection;
 }
+
+// The library takes a descriptor for each call that waits and ends the process when it gets none.
+// So few calls wait at once, no more than the accept loop's reserve of descriptors has room for.
+constexpr std::ptrdiff_t kMaxCallsAtOnce = 6;
+std::counting_semaphore<kMaxCallsAtOnce> callSlots(kMaxCallsAtOnce);
+
+class CallSlot {
+ public:
+  explicit CallSlot(int timeoutMs)
+      : taken_(callSlots.try_acquire_for(std::chrono::milliseconds(timeoutMs))) {}
+  ~CallSlot() {
+    if (taken_) callSlots.release();
+  }
+  CallSlot(const CallSlot&) = delete;
+  CallSlot& operator=(const CallSlot&) = delete;
+
+  [[nodiscard]] bool IsTaken() const {
+    return taken_;
+  }
+
+ private:
+  const bool taken_;
+};
 
 void DropParameters(GVariant* parameters) {
   if (parameters == nullptr) return;
@@ -37,6 +63,12 @@ Variant DbusCall(const char* name, const char* path, const char* interface, cons
   GDBusConnection* const bus = SystemBus();
   if (bus == nullptr) {
     DropParameters(parameters);
+    return nullptr;
+  }
+  const CallSlot slot(timeoutMs);
+  if (!slot.IsTaken()) {
+    DropParameters(parameters);
+    if (errorText != nullptr) *errorText = "too many calls at once";
     return nullptr;
   }
   const GVariantType* const type = replyType != nullptr ? G_VARIANT_TYPE(replyType) : nullptr;

@@ -6,7 +6,6 @@
 #include "core/service.h"
 #include "core/state.h"
 #include "portal/identity.h"
-#include "support/strict_ops.h"
 
 namespace Tarnvale::KioskService {
 
@@ -29,8 +28,12 @@ ServiceTest::ServiceTest() : ops(StrictOps()) {
                     const std::string& token, unsigned long maxBytes, const std::string& accept) {
     return portal.Exchange({method, url, body, token, maxBytes, accept});
   };
-  SetService(config, ForwardingOps(ops));
+  UseConfig();
   LoadState();
+}
+
+void ServiceTest::UseConfig() {
+  SetService(config, ForwardingOps(ops, calls));
 }
 
 void ServiceTest::LoadState() {

@@ -21,6 +21,7 @@
 #include "kiosk/session_info.h"
 #include "support/fake_portal.h"
 #include "support/log_capture.h"
+#include "support/strict_ops.h"
 #include "support/temp_dir.h"
 
 namespace Tarnvale::KioskService {
@@ -37,6 +38,9 @@ inline constexpr char kPairPath[] = "/api/kiosk/pair";
 class ServiceTest : public ::testing::Test {
  protected:
   ServiceTest();
+
+  // Hands `config` to the service; a test that changes it calls this again.
+  void UseConfig();
 
   // Loads what is written as the state file; a test that changes the file calls it again.
   void LoadState();
@@ -74,6 +78,7 @@ class ServiceTest : public ::testing::Test {
   TempDir dir;
   Config config;
   Ops ops;  // What the service's platform does, at the moment of each call.
+  SlotCalls calls;
   FakePortal portal;
   LogCapture log;
   std::function<void()> after;

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <utility>
 
 namespace Tarnvale::KioskService {
@@ -17,8 +18,10 @@ void Refuse(std::function<Result(Arguments...)>& slot, const char* name) {
 
 template <typename Result, typename... Arguments>
 void Forward(std::function<Result(Arguments...)>& slot,
-             const std::function<Result(Arguments...)>& target) {
-  slot = [&target](Arguments... arguments) -> Result {
+             const std::function<Result(Arguments...)>& target, const char* name,
+             SlotCalls& calls) {
+  slot = [&target, name, &calls](Arguments... arguments) -> Result {
+    calls.Add(name);
     return target(std::forward<Arguments>(arguments)...);
   };
 }
@@ -42,20 +45,40 @@ Ops StrictOps() {
   return ops;
 }
 
-Ops ForwardingOps(const Ops& target) {
+void SlotCalls::Add(const char* slot) {
+  const std::lock_guard lock(mutex_);
+  names_.emplace_back(slot);
+}
+
+std::vector<std::string> SlotCalls::Names() const {
+  const std::lock_guard lock(mutex_);
+  return names_;
+}
+
+int SlotCalls::Count(const std::string& slot) const {
+  const std::lock_guard lock(mutex_);
+  return static_cast<int>(std::count(names_.begin(), names_.end(), slot));
+}
+
+void SlotCalls::Clear() {
+  const std::lock_guard lock(mutex_);
+  names_.clear();
+}
+
+Ops ForwardingOps(const Ops& target, SlotCalls& calls) {
   Ops ops;
-  Forward(ops.http, target.http);
-  Forward(ops.lookupKioskAccount, target.lookupKioskAccount);
-  Forward(ops.runSetupTool, target.runSetupTool);
-  Forward(ops.listSessions, target.listSessions);
-  Forward(ops.sessionOfPid, target.sessionOfPid);
-  Forward(ops.dropAdminGroups, target.dropAdminGroups);
-  Forward(ops.reboot, target.reboot);
-  Forward(ops.hostName, target.hostName);
-  Forward(ops.osVersion, target.osVersion);
-  Forward(ops.screenCount, target.screenCount);
-  Forward(ops.exePathOfPid, target.exePathOfPid);
-  Forward(ops.bootTime, target.bootTime);
+  Forward(ops.http, target.http, "http", calls);
+  Forward(ops.lookupKioskAccount, target.lookupKioskAccount, "lookupKioskAccount", calls);
+  Forward(ops.runSetupTool, target.runSetupTool, "runSetupTool", calls);
+  Forward(ops.listSessions, target.listSessions, "listSessions", calls);
+  Forward(ops.sessionOfPid, target.sessionOfPid, "sessionOfPid", calls);
+  Forward(ops.dropAdminGroups, target.dropAdminGroups, "dropAdminGroups", calls);
+  Forward(ops.reboot, target.reboot, "reboot", calls);
+  Forward(ops.hostName, target.hostName, "hostName", calls);
+  Forward(ops.osVersion, target.osVersion, "osVersion", calls);
+  Forward(ops.screenCount, target.screenCount, "screenCount", calls);
+  Forward(ops.exePathOfPid, target.exePathOfPid, "exePathOfPid", calls);
+  Forward(ops.bootTime, target.bootTime, "bootTime", calls);
   return ops;
 }
 

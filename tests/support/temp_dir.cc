@@ -1,8 +1,9 @@
 #include "support/temp_dir.h"
 
-#include <gtest/gtest.h>
 #include <stdlib.h>
 #include <sys/stat.h>
+
+#include <gtest/gtest.h>
 
 #include <filesystem>
 #include <fstream>

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <thread>
+#include <utility>
 
 #include "core/clock.h"
 
@@ -11,6 +12,8 @@ namespace {
 std::atomic<std::int64_t> steadyMs{TestClock::kStartSteadyMs};
 std::atomic<std::int64_t> wallMs{TestClock::kStartWallMs};
 std::atomic<bool> waitsAreReal{false};
+std::function<void(std::int64_t)> beforeWaits = [](std::int64_t) {};
+std::atomic<int> waitsBegun{0};
 
 void AdvanceTo(std::int64_t deadlineMs) {
   const std::int64_t leftMs = deadlineMs - steadyMs.load();
@@ -32,6 +35,14 @@ void TestClock::WaitForReal() {
   waitsAreReal.store(true);
 }
 
+int TestClock::WaitsBegun() {
+  return waitsBegun.load();
+}
+
+void TestClock::BeforeWaits(std::function<void(std::int64_t milliseconds)> action) {
+  beforeWaits = std::move(action);
+}
+
 std::int64_t SteadyNowMs() {
   return steadyMs.load();
 }
@@ -42,6 +53,7 @@ std::int64_t WallNowMs() {
 
 void WaitUntil(ConditionVariable& condition, Mutex& mutex, std::int64_t deadlineMs) {
   if (waitsAreReal.load()) {
+    waitsBegun.fetch_add(1);  // under the mutex, which a notifier has to take first
     condition.Wait(mutex);
   } else {
     AdvanceTo(deadlineMs);
@@ -49,6 +61,7 @@ void WaitUntil(ConditionVariable& condition, Mutex& mutex, std::int64_t deadline
 }
 
 int PollFor(pollfd* entries, nfds_t count, std::int64_t timeoutMs) {
+  beforeWaits(timeoutMs);
   if (waitsAreReal.load()) return ::poll(entries, count, static_cast<int>(timeoutMs));
   const int ready = ::poll(entries, count, 0);
   if (ready == 0) TestClock::AdvanceMs(timeoutMs);
@@ -56,6 +69,7 @@ int PollFor(pollfd* entries, nfds_t count, std::int64_t timeoutMs) {
 }
 
 void PauseFor(std::int64_t milliseconds) {
+  beforeWaits(milliseconds);
   TestClock::AdvanceMs(milliseconds);
   std::this_thread::yield();
 }

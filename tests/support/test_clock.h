@@ -8,6 +8,7 @@
 #define TARNVALE_KIOSKD_TESTS_SUPPORT_TEST_CLOCK_H_
 
 #include <cstdint>
+#include <functional>
 
 namespace Tarnvale::KioskService::TestClock {
 
@@ -24,6 +25,16 @@ void SetWallMs(std::int64_t milliseconds);
 // From now on waits on the condition variable block until they are notified, and PollFor polls for
 // real: for tests in which several threads meet.
 void WaitForReal();
+
+// From now on this runs at the head of every PollFor and PauseFor, on the waiting thread, with the
+// time that it is about to wait: for those who act while the service waits. Set before any other
+// thread waits.
+void BeforeWaits(std::function<void(std::int64_t milliseconds)> action);
+
+// How many waits on a condition variable have begun since WaitForReal. When the number has grown, a
+// thread has looked at what it waits for, found no reason to go on, and misses no notification from
+// then on.
+[[nodiscard]] int WaitsBegun();
 
 }  // namespace Tarnvale::KioskService::TestClock
 

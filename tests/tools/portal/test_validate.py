@@ -2,9 +2,9 @@
 
 import unittest
 
-import support  # noqa: F401
-import validate
 from support import POWER, UPDATES
+
+import validate  # found once `support` has been imported
 
 SCHEDULE = POWER["schedule"]
 WINDOW = UPDATES["window"]

@@ -1,0 +1,28 @@
+// Stands between the logic and some calls of the system that hardly ever fail, so that a test can
+// see them being made and let them fail.
+
+#ifndef TARNVALE_KIOSKD_TESTS_CORE_FAILING_CALLS_H_
+#define TARNVALE_KIOSKD_TESTS_CORE_FAILING_CALLS_H_
+
+#include <functional>
+#include <string>
+
+namespace Tarnvale::KioskService {
+
+// Known calls: "fchmod", "fchown", "fsync", "rename".
+class FailingCalls {
+ public:
+  FailingCalls() = default;
+  ~FailingCalls();
+  FailingCalls(const FailingCalls&) = delete;
+  FailingCalls& operator=(const FailingCalls&) = delete;
+
+  // From now on, and for as long as this lives, the call fails with this errno.
+  static void Fail(const std::string& call, int error);
+  // From now on this runs at the head of every known call, with the call's name.
+  static void Watch(std::function<void(const std::string& call)> action);
+};
+
+}  // namespace Tarnvale::KioskService
+
+#endif  // TARNVALE_KIOSKD_TESTS_CORE_FAILING_CALLS_H_

@@ -1,0 +1,118 @@
+// The life of the service in one process: signals in place, a start, a stop, and the exit status.
+
+#include "core/run_service.h"
+
+#include <signal.h>
+#include <unistd.h>
+
+#include <regex>
+#include <thread>
+
+#include "core/build_stamp.h"
+#include "support/service_test.h"
+#include "support/test_clock.h"
+#include "support/threads.h"
+
+namespace Tarnvale::KioskService {
+namespace {
+
+const std::string kStarting = "<6>tarnvale-kioskd " + std::string(kBuildStamp) + " starting";
+constexpr char kStopped[] = "<6>tarnvale-kioskd stopped";
+
+// What makeOps, a plain function, hands to the service.
+Ops* platform = nullptr;
+SlotCalls* platformCalls = nullptr;
+std::function<void()> beforeOps = [] {};
+
+Ops MakeOps(const Config& /*config*/) {
+  beforeOps();
+  return ForwardingOps(*platform, *platformCalls);
+}
+
+struct sigaction ActionOf(int signal) {
+  struct sigaction action = {};
+  EXPECT_EQ(::sigaction(signal, nullptr, &action), 0);
+  return action;
+}
+
+class RunServiceTest : public ServiceTest {
+ protected:
+  RunServiceTest() {
+    platform = &ops;
+    platformCalls = &calls;
+    ops.exePathOfPid = [](int) { return std::string("/usr/bin/env"); };
+    ops.bootTime = [] { return 0L; };
+    SessionsAre({});
+  }
+
+  // Runs the service on this thread, and sends the signal when it listens.
+  int RunUntil(int signal) {
+    TestClock::WaitForReal();
+    std::thread stopping([this, signal] {
+      EXPECT_TRUE(Eventually([this] { return log.Has("<6>listening on " + config.socket); }));
+      EXPECT_EQ(::kill(::getpid(), signal), 0);
+    });
+    const int status = RunService(config, MakeOps);
+    stopping.join();
+    return status;
+  }
+};
+
+TEST_F(RunServiceTest, ServesUntilASignalStopsIt) {
+  EXPECT_EQ(RunUntil(SIGTERM), 0);
+
+  EXPECT_EQ(log.Lines().front(), kStarting);
+  EXPECT_EQ(log.Lines().back(), kStopped);
+  EXPECT_FALSE(Exists(config.socket));
+}
+
+TEST_F(RunServiceTest, IsStoppedByAnInterruptToo) {
+  EXPECT_EQ(RunUntil(SIGINT), 0);
+
+  EXPECT_EQ(log.Lines().back(), kStopped);
+}
+
+TEST_F(RunServiceTest, CarriesAStampOfTheBuildsTime) {
+  EXPECT_TRUE(std::regex_match(kBuildStamp, std::regex("\\d{4}-\\d\\d-\\d\\d-\\d{4}")))
+      << kBuildStamp;
+}
+
+TEST_F(RunServiceTest, HandlesItsSignalsBeforeItTouchesThePlatform) {
+  config.stateDir = "";
+  beforeOps = [] {
+    for (const int signal : {SIGTERM, SIGINT}) {
+      const struct sigaction action = ActionOf(signal);
+      EXPECT_NE(action.sa_handler, SIG_DFL) << signal;
+      EXPECT_EQ(action.sa_flags & SA_RESTART, 0) << signal;
+      EXPECT_TRUE(sigisemptyset(&action.sa_mask)) << signal;
+    }
+    EXPECT_EQ(ActionOf(SIGPIPE).sa_handler, SIG_IGN);
+    EXPECT_EQ(ActionOf(SIGHUP).sa_handler, SIG_DFL);
+  };
+
+  EXPECT_EQ(RunService(config, MakeOps), 1);
+}
+
+TEST_F(RunServiceTest, FailsWithoutItsDirectories) {
+  config.stateDir = dir.At("file");
+  config.runDir = dir.At("absent/run");
+
+  EXPECT_EQ(RunService(config, MakeOps), 1);
+
+  EXPECT_EQ(log.Lines(),
+            (std::vector<std::string>{
+                kStarting, "<3>cannot create " + config.runDir + " (No such file or directory)",
+                "<3>cannot prepare " + config.stateDir}));
+}
+
+TEST_F(RunServiceTest, FailsWithoutItsSocket) {
+  config.socket = "/" + std::string(107, 'x');
+
+  EXPECT_EQ(RunService(config, MakeOps), 1);
+
+  EXPECT_EQ(log.Lines(),
+            (std::vector<std::string>{kStarting, "<6>enrolled=0 provisioned=0 maintenance=0"}));
+}
+
+}  // namespace
+}  // namespace Tarnvale::KioskService

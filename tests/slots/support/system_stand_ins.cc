@@ -1,0 +1,163 @@
+#include "slots/support/system_stand_ins.h"
+
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <gio/gio.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <cstring>
+#include <optional>
+
+#include "core/mutex.h"
+
+namespace Tarnvale::KioskService::StandIn {
+namespace {
+
+std::atomic<bool> forksFail{false};
+std::atomic<bool> groupsStay{false};
+std::atomic<int> nextPollError{0};
+std::atomic<int> longestPollMs{0};
+std::atomic<bool> hostNameFails{false};
+
+Mutex recordLock;
+std::optional<std::vector<std::string>> executables GUARDED_BY(recordLock);
+std::vector<std::string> triedExecutables GUARDED_BY(recordLock);
+std::vector<int> dbusTimeoutsMs GUARDED_BY(recordLock);
+std::optional<std::string> hostName GUARDED_BY(recordLock);
+
+template <typename Function>
+Function* RealFunction(const char* name) {
+  return reinterpret_cast<Function*>(::dlsym(RTLD_NEXT, name));
+}
+
+}  // namespace
+
+void FailForks() {
+  forksFail.store(true);
+}
+
+void LeaveProcessGroupsAlone() {
+  groupsStay.store(true);
+}
+
+void FailNextPoll(int error) {
+  nextPollError.store(error);
+}
+
+int LongestPollMs() {
+  return longestPollMs.load();
+}
+
+void SetExecutables(const std::vector<std::string>& paths) {
+  const MutexLock lock(recordLock);
+  executables = paths;
+}
+
+std::vector<std::string> TriedExecutables() {
+  const MutexLock lock(recordLock);
+  return triedExecutables;
+}
+
+void FailHostName() {
+  hostNameFails.store(true);
+}
+
+void SetHostName(const std::string& name) {
+  const MutexLock lock(recordLock);
+  hostName = name;
+}
+
+std::vector<int> DbusTimeoutsMs() {
+  const MutexLock lock(recordLock);
+  return dbusTimeoutsMs;
+}
+
+// Nothing when the disk decides.
+static std::optional<bool> TryExecutable(const char* path) {
+  const MutexLock lock(recordLock);
+  if (!executables) return std::nullopt;
+  triedExecutables.emplace_back(path);
+  return std::find(executables->begin(), executables->end(), path) != executables->end();
+}
+
+static bool CopyHostName(char* buffer, std::size_t bytes) {
+  const MutexLock lock(recordLock);
+  if (!hostName) return false;
+  std::memcpy(buffer, hostName->c_str(), std::min(bytes, hostName->size() + 1));
+  return true;
+}
+
+static void RecordDbusTimeout(int timeoutMs) {
+  const MutexLock lock(recordLock);
+  dbusTimeoutsMs.push_back(timeoutMs);
+}
+
+}  // namespace Tarnvale::KioskService::StandIn
+
+namespace StandIn = Tarnvale::KioskService::StandIn;
+
+extern "C" {
+
+pid_t fork() noexcept {
+  if (StandIn::forksFail.load()) {
+    errno = EAGAIN;
+    return -1;
+  }
+  static const auto real = StandIn::RealFunction<pid_t()>("fork");
+  return real();
+}
+
+// Runs between fork and exec, so it asks the kernel and no loader.
+int setpgid(pid_t pid, pid_t group) noexcept {
+  if (StandIn::groupsStay.load()) return 0;
+  return static_cast<int>(::syscall(SYS_setpgid, pid, group));
+}
+
+int poll(pollfd* entries, nfds_t count, int timeoutMs) {
+  const int error = StandIn::nextPollError.exchange(0);
+  if (error != 0) {
+    errno = error;
+    return -1;
+  }
+  if (timeoutMs > StandIn::longestPollMs.load()) StandIn::longestPollMs.store(timeoutMs);
+  static const auto real = StandIn::RealFunction<int(pollfd*, nfds_t, int)>("poll");
+  return real(entries, count, timeoutMs);
+}
+
+int access(const char* path, int mode) noexcept {
+  const std::optional<bool> answer = mode == X_OK ? StandIn::TryExecutable(path) : std::nullopt;
+  if (!answer) return static_cast<int>(::syscall(SYS_faccessat, AT_FDCWD, path, mode));
+  if (*answer) return 0;
+  errno = ENOENT;
+  return -1;
+}
+
+int gethostname(char* buffer, size_t bytes) noexcept {
+  if (StandIn::hostNameFails.load()) {
+    errno = EPERM;
+    return -1;
+  }
+  if (StandIn::CopyHostName(buffer, bytes)) return 0;
+  static const auto real = StandIn::RealFunction<int(char*, size_t)>("gethostname");
+  return real(buffer, bytes);
+}
+
+GVariant* g_dbus_connection_call_sync(GDBusConnection* connection, const gchar* name,
+                                      const gchar* path, const gchar* interface,
+                                      const gchar* method, GVariant* parameters,
+                                      const GVariantType* replyType, GDBusCallFlags flags,
+                                      gint timeoutMs, GCancellable* cancellable, GError** error) {
+  StandIn::RecordDbusTimeout(timeoutMs);
+  static const auto real =
+      StandIn::RealFunction<decltype(g_dbus_connection_call_sync)>("g_dbus_connection_call_sync");
+  return real(connection, name, path, interface, method, parameters, replyType, flags, timeoutMs,
+              cancellable, error);
+}
+
+}  // extern "C"

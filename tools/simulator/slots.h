@@ -1,0 +1,27 @@
+// The simulator's table of platform operations: the second one beside LinuxOps.
+//
+// HTTP is the real thing; everything else is a view of the simulated terminal or a change to it,
+// and each change is told in the log. A slot that the service gets belongs into the file of its
+// subject, and what it needs to remember into the terminal.
+
+#ifndef TARNVALE_KIOSKD_TOOLS_SIMULATOR_SLOTS_H_
+#define TARNVALE_KIOSKD_TOOLS_SIMULATOR_SLOTS_H_
+
+#include "core/ops.h"
+#include "simulator/options.h"
+
+namespace Tarnvale::KioskService::Simulator {
+
+// Fills every slot. Called before any other thread exists, once the terminal is open.
+[[nodiscard]] Ops SimulatorOps(const Options& options);
+
+// One function for each file of slots.
+void FillPortalSlots(Ops& ops);
+void FillAccountSlots(Ops& ops, const Options& options);
+void FillSessionSlots(Ops& ops);
+void FillPowerSlots(Ops& ops);
+void FillFactSlots(Ops& ops, const Options& options);
+
+}  // namespace Tarnvale::KioskService::Simulator
+
+#endif  // TARNVALE_KIOSKD_TOOLS_SIMULATOR_SLOTS_H_
