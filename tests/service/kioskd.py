@@ -20,6 +20,9 @@ import time
 
 EXECUTABLE = os.environ.get("KIOSKD", "build/tarnvale-kioskd")
 DEADLINE = 90.0
+# What the libraries do is not for ThreadSanitizer to judge; and it would sleep for a second at each of some
+# hundred ends.
+TSAN_OPTIONS = f" atexit_sleep_ms=0 suppressions={os.path.dirname(os.path.abspath(__file__))}/tsan_suppressions.txt"
 
 
 def wait_until(condition, what, deadline=DEADLINE):
@@ -151,8 +154,7 @@ class Service:
             "DBUS_SYSTEM_BUS_ADDRESS": self.bus,
             # A proxy of the machine's must not come between the service and a portal on the loopback.
             "no_proxy": "*",
-            # A build with ThreadSanitizer would sleep for a second at each of some hundred ends.
-            "TSAN_OPTIONS": os.environ.get("TSAN_OPTIONS", "") + " atexit_sleep_ms=0",
+            "TSAN_OPTIONS": os.environ.get("TSAN_OPTIONS", "") + TSAN_OPTIONS,
         }
 
     def _limit(self):

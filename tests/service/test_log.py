@@ -4,7 +4,7 @@ import os
 import re
 import threading
 
-from kioskd import compact, wait_until
+from kioskd import DEADLINE, compact, wait_until
 from scripted_portal import answer
 
 LINE = re.compile(rb"<[346]>[^\n]+\n")
@@ -16,7 +16,7 @@ class Packets:
     def __init__(self):
         self._reader, self.writer = os.pipe2(os.O_DIRECT | os.O_CLOEXEC)
         self.seen = []
-        self._thread = threading.Thread(target=self._read)
+        self._thread = threading.Thread(target=self._read, daemon=True)
         self._thread.start()
 
     def _read(self):
@@ -26,7 +26,8 @@ class Packets:
 
     def wait_for_end(self):
         os.close(self.writer)
-        self._thread.join()
+        self._thread.join(DEADLINE)
+        assert not self._thread.is_alive(), "standard error is still open"
 
 
 def test_each_line_of_many_threads_is_a_write_of_its_own(make_service):
