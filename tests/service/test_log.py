@@ -41,7 +41,7 @@ def test_each_line_of_many_threads_is_a_write_of_its_own(make_service):
         caller.start()
     for caller in callers:
         caller.join()
-    assert service.stop() == 0
+    assert service.stop() == 0, b"".join(packets.seen).decode()
     packets.wait_for_end()
 
     assert [packet for packet in packets.seen if not LINE.fullmatch(packet)] == []
@@ -58,7 +58,7 @@ def test_a_value_with_line_feeds_goes_out_in_one_write_as_it_is(make_service, po
 
     wait_until(lambda: told in packets.seen, "the line")
 
-    assert service.stop() == 0
+    assert service.stop() == 0, b"".join(packets.seen).decode()
     packets.wait_for_end()
 
 
