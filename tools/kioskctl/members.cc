@@ -61,7 +61,7 @@ bool MakeRequest(const std::string& command, const std::vector<std::string>& typ
   object.Set("cmd", command);
   for (std::size_t i = 0; i < typed.size(); ++i) {
     if (TakeMember(typed[i], readTypedValue, object, problem)) continue;
-    problem = "member " + std::to_string(i + 1) + " " + problem;
+    problem.insert(0, "member " + std::to_string(i + 1) + " ");
     return false;
   }
   request = object.Dump();
