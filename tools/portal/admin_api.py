@@ -6,8 +6,7 @@ POST   /admin/claim                       {"code"}
 POST   /admin/codes/CODE/expire
 GET    /admin/terminals/ID                one terminal; ?secrets=1
 POST   /admin/terminals/ID/settings       members of the check-in reply, and "raw", "omit"
-POST   /admin/terminals/ID/revoke
-POST   /admin/terminals/ID/forget
+POST   /admin/terminals/ID/revoke         also .../forget and .../bring-back
 POST   /admin/faults                      adds one; GET lists them, DELETE drops them all
 POST   /admin/wait                        answers once something has happened, or when the time is up
 POST   /admin/reset                       forgets everything
@@ -18,6 +17,8 @@ Refusals have a 4xx status and {"error": sentence}. A wait lasts at most 300 sec
 import copy
 import re
 
+import branding
+import records
 import validate
 from exchange import Refused, json_answer, json_object_of
 
@@ -58,13 +59,15 @@ def change_settings(portal, terminal_id, wish):
         raise Refused(400, "omit must be an array of setting names")
     _require_setting_names(omit)
     if wish.get("raw", False) is not True:
-        settings = _checked(settings)
+        settings = _checked(portal, settings)
     portal.change_settings(terminal_id, settings, omit)
 
 
-def _checked(settings):
+def _checked(portal, settings):
     if isinstance(settings.get("signIn"), dict):
         settings["signIn"] = {**copy.deepcopy(_DEFAULT_SIGN_IN), **settings["signIn"]}
+    if "branding" in settings:
+        settings["branding"] = branding.filled_in(portal, settings["branding"])
     try:
         validate.check_settings(settings)
     except validate.Invalid as problem:
@@ -107,14 +110,9 @@ def _post_settings(portal, faults, request, terminal_id):
     return portal.view_of(terminal_id)
 
 
-def _post_revoke(portal, faults, request, terminal_id):
-    portal.revoke(terminal_id)
+def _post_status(portal, faults, request, terminal_id, action):
+    portal.change_status(terminal_id, records.STATUS_AFTER[action])
     return portal.view_of(terminal_id)
-
-
-def _post_forget(portal, faults, request, terminal_id):
-    portal.forget(terminal_id)
-    return {}
 
 
 def _get_faults(portal, faults, request):
@@ -202,8 +200,7 @@ _ROUTES = [
         ("POST", r"/admin/codes/([^/]+)/expire", _post_expire),
         ("GET", _TERMINAL, _get_terminal),
         ("POST", _TERMINAL + r"/settings", _post_settings),
-        ("POST", _TERMINAL + r"/revoke", _post_revoke),
-        ("POST", _TERMINAL + r"/forget", _post_forget),
+        ("POST", _TERMINAL + rf"/({'|'.join(records.STATUS_AFTER)})", _post_status),
         ("GET", r"/admin/faults", _get_faults),
         ("POST", r"/admin/faults", _post_fault),
         ("DELETE", r"/admin/faults", _delete_faults),

@@ -56,7 +56,8 @@ def _made_up(fault, connection, send, carry_out):
 
 def _too_long(fault, connection, send, carry_out):
     answer = carry_out()
-    send(Answer(answer.status, padded(answer.body, fault.parameters["bytes"]), answer.headers))
+    pad = padded if answer.headers.get("Content-Type") == _JSON["Content-Type"] else _filled_up
+    send(Answer(answer.status, pad(answer.body, fault.parameters["bytes"]), answer.headers))
 
 
 def _drip(fault, connection, send, carry_out):
@@ -73,6 +74,10 @@ def padded(body, size):
     opening = b'"padding":"' if start.endswith(b"{") else b',"padding":"'
     missing = size - len(start) - len(opening) - 2
     return start + opening + b"x" * missing + b'"}' if missing >= 0 else body
+
+
+def _filled_up(body, size):
+    return body.ljust(size, b"\0")
 
 
 def _bytes_of(body, fault):

@@ -8,8 +8,11 @@ import re
 from urllib.parse import parse_qs
 
 import admin_api
+import branding
 import page
-from exchange import Answer, Refused
+import records
+import terminal_card
+from exchange import Answer, Refused, parse_json
 
 PREFIX = "/forms/"
 MAX_FIELDS = 100
@@ -27,20 +30,23 @@ class Fields:
     def text(self, name):
         return self._values.get(name, [""])[0]
 
+    def all_of(self, name):
+        return self._values.get(name, [])
+
     def lines(self, name):
         return [line.strip() for line in self.text(name).splitlines() if line.strip()]
 
     def is_ticked(self, name):
         return name in self._values
 
-    def number(self, name):
-        text = self.text(name).strip()
+    def number(self, name, when_empty=""):
+        text = self.text(name).strip() or when_empty
         if not re.fullmatch(r"[0-9]{1,9}", text):
             raise Refused(400, f"{name} must be a whole number")
         return int(text)
 
     def days(self, name):
-        return sorted(int(day) for day in self._values.get(name, []) if re.fullmatch(r"[0-6]", day))
+        return sorted(int(day) for day in self.all_of(name) if re.fullmatch(r"[0-6]", day))
 
 
 def handle(portal, faults, request):
@@ -56,7 +62,7 @@ def handle(portal, faults, request):
 def _submit(portal, faults, path, fields):
     """Carries the form out and returns the place on the page to go back to. Raises Refused."""
     if path == "/forms/claim":
-        return page.anchor_of(portal.claim(fields.text("code")))
+        return terminal_card.anchor_of(portal.claim(fields.text("code")))
     if path == "/forms/faults":
         faults.add(_fault_in(fields))
         return "faults"
@@ -70,16 +76,15 @@ def _submit(portal, faults, path, fields):
 
 
 def _submit_for_terminal(portal, terminal_id, action, fields):
-    if action == "revoke":
-        portal.revoke(terminal_id)
-    elif action == "forget":
-        portal.forget(terminal_id)
-        return "terminals"
+    if action in records.STATUS_AFTER:
+        portal.change_status(terminal_id, records.STATUS_AFTER[action])
+    elif action == "branding":
+        admin_api.change_settings(portal, terminal_id, _branding_in(portal, terminal_id, fields))
     elif action in _SETTINGS_IN:
         admin_api.change_settings(portal, terminal_id, _SETTINGS_IN[action](fields))
     else:
         raise Refused(404, "there is no such form")
-    return page.anchor_of(terminal_id)
+    return terminal_card.anchor_of(terminal_id)
 
 
 def _back_to(anchor):
@@ -123,8 +128,34 @@ def _updates_in(fields):
     }
 
 
+def _branding_in(portal, terminal_id, fields):
+    if fields.is_ticked("clear"):
+        return {"branding": None}
+    shown = branding.photos_by_digest(portal.view_of(terminal_id)["settings"].get("branding"))
+    kept = {digest: entry for digest, entry in shown.items() if digest in fields.all_of("photos")}
+    count, size = fields.number("addCount", when_empty="0"), fields.number("addSize", when_empty="0")
+    added = branding.further_photos(portal, count, size, besides=kept)
+    texts = {name: fields.text(name) for name in ("displayName", "signInSubtitle")}
+    return {"branding": {**texts, "photos": [*kept.values(), *added]}}
+
+
 def _exit_password_in(fields):
+    if fields.is_ticked("clear"):
+        return {"exitPassword": ""}
+    if not fields.text("exitPassword"):
+        raise Refused(400, "no password was typed; there is a button that clears it")
     return {"exitPassword": fields.text("exitPassword")}
+
+
+def _raw_in(fields):
+    """Any JSON for one member, or none of it."""
+    member = fields.text("member")
+    if fields.is_ticked("clear"):
+        return {"omit": [member]}
+    try:
+        return {member: parse_json(fields.text("json")), "raw": True}
+    except ValueError as problem:
+        raise Refused(400, f"what was typed is not JSON: {problem}") from None
 
 
 _SETTINGS_IN = {
@@ -133,6 +164,7 @@ _SETTINGS_IN = {
     "power": _power_in,
     "updates": _updates_in,
     "exit-password": _exit_password_in,
+    "raw": _raw_in,
 }
 
 

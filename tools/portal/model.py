@@ -1,9 +1,10 @@
-"""What the portal knows: pairing codes, terminals and their settings, and the terminals' last requests.
+"""What the portal knows: pairing codes, terminals and their settings, photos, and the terminals' last requests.
 
 Pure data behind one lock, which is also the condition that waiting callers sleep on; no HTTP and no files in here
 (storage.py keeps a copy of it on disk). Every public method may be called on any thread.
 
-Limits: 200 pairing codes (a new one pushes the oldest out), 500 terminals, 200 recorded requests.
+Limits: 200 pairing codes (a new one pushes the oldest out), 500 terminals (a new one pushes out the oldest of those
+that were forgotten), 500 photos (a new one pushes the oldest out), 200 recorded requests.
 """
 
 import copy
@@ -11,67 +12,18 @@ import secrets
 import threading
 import time
 from collections import deque
-from dataclasses import asdict, dataclass, field
+from dataclasses import asdict
 
 from exchange import Refused
+from photos import Photo
+from records import CLAIMED, COLLECTED, ENROLLED, EXPIRED, UNKNOWN, WAITING, PairingCode, Terminal
+from records import default_settings, name_from_host, new_code, typed_code, view_of_terminal
 
-# Without I, L, O, 0 and 1: the code is read from a screen and typed by a person.
-CODE_ALPHABET = "ABCDEFGHJKMNPQRSTUVWXYZ23456789"
-CODE_LENGTH = 8
 CODE_LIFETIME_SECONDS = 900
 MAX_CODES = 200
 MAX_TERMINALS = 500
 MAX_REQUESTS = 200
-DEFAULT_TENANT = "tenant-1"
-
-WAITING, CLAIMED, COLLECTED, EXPIRED = "waiting", "claimed", "collected", "expired"
-ENROLLED, REVOKED, UNKNOWN = "enrolled", "revoked", "unknown"
-
-
-@dataclass
-class PairingCode:
-    code: str
-    report: dict  # what the terminal said about itself
-    madeAtMs: int
-    expiresAtMs: int
-    state: str = WAITING
-    terminal: str = ""  # id of the terminal, once claimed
-
-
-@dataclass
-class Terminal:
-    id: str
-    token: str
-    report: dict  # what it said about itself when it paired
-    settings: dict  # the members of its check-in replies, by name; what is not in here is not sent
-    enrolledAtMs: int
-    revoked: bool = False
-    checkIns: int = 0
-    lastCheckInAtMs: int = 0  # 0: never
-    lastReport: dict = field(default_factory=dict)  # the last check-in's body
-    lastBody: str = ""  # the same as it came over the wire
-
-
-def default_settings(name):
-    return {
-        "signIn": {"microsoft": True, "email": False, "extraHosts": []},
-        "name": name,
-        "power": {
-            "screenOffMinutes": 15,
-            "sleepMinutes": 0,
-            "schedule": {"enabled": False, "sleepAt": "22:00", "wakeAt": "07:00", "days": [1, 2, 3, 4, 5]},
-        },
-        "powerSource": "default",
-        "updates": {"automatic": False, "window": {"start": "02:00", "end": "05:00", "days": [0, 1, 2, 3, 4, 5, 6]}},
-        "updatesSource": "default",
-        "exitPassword": "",
-        "tenantId": DEFAULT_TENANT,
-    }
-
-
-def typed_code(text):
-    """A code as a person types it, in the form in which it was made: " abcd-efgh " -> "ABCDEFGH"."""
-    return "".join(character for character in text.upper() if character.isalnum())
+MAX_PHOTOS_KEPT = 500
 
 
 class Portal:
@@ -87,6 +39,7 @@ class Portal:
         self._codes_made = 0
         self._codes = {}
         self._terminals = {}
+        self._photos = {}
         self._requests = deque(maxlen=MAX_REQUESTS)
         self._last_request = 0
 
@@ -118,18 +71,16 @@ class Portal:
             return CLAIMED, self._terminals[found.terminal].token
 
     def status_of_token(self, token):
-        """"enrolled", "revoked" or "unknown", and the terminal's id, empty when unknown."""
+        """"enrolled", "revoked" or "unknown", and the id of the terminal, empty for a token of nobody."""
         with self.changed:
             terminal = self._terminal_of_token_locked(token)
-            if terminal is None:
-                return UNKNOWN, ""
-            return (REVOKED if terminal.revoked else ENROLLED), terminal.id
+            return (terminal.status, terminal.id) if terminal else (UNKNOWN, "")
 
     def check_in(self, token, report, body):
         """Keeps the report and returns the settings to send; None when the terminal went away in the meantime."""
         with self.changed:
             terminal = self._terminal_of_token_locked(token)
-            if terminal is None or terminal.revoked:
+            if terminal is None or terminal.status != ENROLLED:
                 return None
             terminal.checkIns += 1
             terminal.lastCheckInAtMs = self._now_ms()
@@ -137,6 +88,11 @@ class Portal:
             terminal.lastBody = body
             self._note_change_locked()
             return copy.deepcopy(terminal.settings)
+
+    def photo(self, digest):
+        """The photo of that digest; None when there is none."""
+        with self.changed:
+            return self._photos.get(digest)
 
     # What an administrator does.
 
@@ -176,17 +132,23 @@ class Portal:
                 terminal.settings.pop(name, None)
             self._note_change_locked()
 
-    def revoke(self, terminal_id):
+    def keep_photos(self, photos):
+        """Keeps photos for the terminals to fetch, each under its digest."""
         with self.changed:
-            self._terminal_locked(terminal_id).revoked = True
+            for photo in photos:
+                self._photos.pop(photo.sha256, None)
+                self._photos[photo.sha256] = photo
+            while len(self._photos) > MAX_PHOTOS_KEPT:
+                del self._photos[next(iter(self._photos))]
             self._note_change_locked()
 
-    def forget(self, terminal_id):
-        """Drops the terminal together with the code it came from: its token is unknown from here on."""
+    def change_status(self, terminal_id, status):
+        """What the terminal is from here on: enrolled, revoked or unknown. One that becomes unknown keeps its settings
+        and loses the code it came from, and with it a token that it has not collected. Raises Refused."""
         with self.changed:
-            self._terminal_locked(terminal_id)
-            del self._terminals[terminal_id]
-            self._codes = {code: found for code, found in self._codes.items() if found.terminal != terminal_id}
+            self._terminal_locked(terminal_id).status = status
+            if status == UNKNOWN:
+                self._codes = {code: found for code, found in self._codes.items() if found.terminal != terminal_id}
             self._note_change_locked()
 
     def reset(self):
@@ -194,6 +156,7 @@ class Portal:
         with self.changed:
             self._codes.clear()
             self._terminals.clear()
+            self._photos.clear()
             self._requests.clear()
             self._note_change_locked()
 
@@ -223,12 +186,13 @@ class Portal:
                 "lastRequest": self._last_request,
                 "checkIns": self._all_check_ins_locked(),
                 "codes": [copy.deepcopy(asdict(code)) for code in self._codes.values()],
-                "terminals": [_view_of_terminal(terminal, secrets_too) for terminal in self._terminals.values()],
+                "terminals": [view_of_terminal(terminal, secrets_too) for terminal in self._terminals.values()],
+                "photos": [asdict(photo) for photo in self._photos.values()],
             }
 
     def view_of(self, terminal_id, secrets_too=False):
         with self.changed:
-            return _view_of_terminal(self._terminal_locked(terminal_id), secrets_too)
+            return view_of_terminal(self._terminal_locked(terminal_id), secrets_too)
 
     def wait_for(self, condition, timeout_seconds):
         """Waits until condition(), called under the lock, holds; tells whether it did before the time was up."""
@@ -278,7 +242,9 @@ class Portal:
         """Takes over what snapshot() gave. Raises ValueError, KeyError or TypeError on anything else."""
         codes = [PairingCode(**code) for code in snapshot["codes"]]
         terminals = [Terminal(**terminal) for terminal in snapshot["terminals"]]
+        photos = [Photo(**photo) for photo in snapshot.get("photos", [])]
         with self.changed:
+            self._photos = {photo.sha256: photo for photo in photos}
             self._codes = {code.code: code for code in codes}
             self._terminals = {terminal.id: terminal for terminal in terminals}
 
@@ -288,6 +254,7 @@ class Portal:
         return {
             "codes": [asdict(code) for code in self._codes.values()],
             "terminals": [asdict(terminal) for terminal in self._terminals.values()],
+            "photos": [asdict(photo) for photo in self._photos.values()],
         }
 
     def _now_ms(self):
@@ -301,7 +268,7 @@ class Portal:
 
     def _unused_code_locked(self):
         while True:
-            code = "".join(secrets.choice(CODE_ALPHABET) for _ in range(CODE_LENGTH))
+            code = new_code()
             if code not in self._codes:
                 return code
 
@@ -317,24 +284,32 @@ class Portal:
                 self._note_change_locked()
 
     def _claims_itself_locked(self, code, now):
-        if self._auto_claim_seconds is None or len(self._terminals) >= MAX_TERMINALS:
+        if self._auto_claim_seconds is None or not self._has_room_locked():
             return False
         return now >= code.madeAtMs + self._auto_claim_seconds * 1000
 
     def _claim_locked(self, code):
-        if len(self._terminals) >= MAX_TERMINALS:
+        if not self._has_room_locked():
             raise Refused(409, f"there are {MAX_TERMINALS} terminals already")
+        if len(self._terminals) >= MAX_TERMINALS:
+            del self._terminals[self._oldest_unknown_locked()]
         terminal = Terminal(
             id=secrets.token_hex(4),
             token=secrets.token_urlsafe(32),
             report=code.report,
-            settings=default_settings(_name_from_host(code.report["hostname"])),
+            settings=default_settings(name_from_host(code.report["hostname"])),
             enrolledAtMs=self._now_ms(),
         )
         self._terminals[terminal.id] = terminal
         code.state = CLAIMED
         code.terminal = terminal.id
         return terminal
+
+    def _has_room_locked(self):
+        return len(self._terminals) < MAX_TERMINALS or self._oldest_unknown_locked() is not None
+
+    def _oldest_unknown_locked(self):
+        return next((found.id for found in self._terminals.values() if found.status == UNKNOWN), None)
 
     def _terminal_locked(self, terminal_id):
         if terminal_id not in self._terminals:
@@ -346,17 +321,3 @@ class Portal:
 
     def _all_check_ins_locked(self):
         return sum(terminal.checkIns for terminal in self._terminals.values())
-
-
-def _name_from_host(hostname):
-    return "".join(character for character in hostname if character.isprintable())[:80] or "terminal"
-
-
-def _view_of_terminal(terminal, secrets_too):
-    view = copy.deepcopy(asdict(terminal))
-    view["hostname"] = terminal.report["hostname"]
-    view["exitPasswordSet"] = bool(terminal.settings.get("exitPassword"))
-    if not secrets_too:
-        del view["token"]
-        view["settings"].pop("exitPassword", None)
-    return view

@@ -1,8 +1,9 @@
-"""The portal as a terminal sees it: pairing and the check-in, all below /api/.
+"""The portal as a terminal sees it: pairing, the check-in and photos, all below /api/.
 
 POST /api/kiosk/pair        201 with a pairing code
 GET  /api/kiosk/pair/CODE   202 waiting, 200 with the token (once), 409 claimed already, 410 expired, 404 unknown
 POST /api/kiosk/check-in    200 with every setting, 401 "revoked" or "unknown", 401 without a status when no token came
+GET  /api/kiosk/branding/photos/DIGEST   200 with the photo, 401 as for a check-in, 404 for a photo that is not kept
 
 A body with a member missing or of the wrong type is refused with 400 and a sentence. What is odd and yet harmless (a
 header that a terminal should or should not send, a member nobody knows) is answered as usual and noted in the record of
@@ -13,7 +14,10 @@ import base64
 import re
 from dataclasses import dataclass, field
 
+import branding
 import model
+import photos
+import records
 import validate
 from exchange import Answer, Refused, json_answer, parse_json, refusal_answer
 
@@ -21,6 +25,7 @@ PREFIX = "/api/"
 
 _PAIR = "/api/kiosk/pair"
 _CHECK_IN = "/api/kiosk/check-in"
+_PHOTOS = "/api/kiosk/branding/photos/"
 _PAIR_MEMBERS = ("hostname", "platform", "osVersion", "appVersion", "screenCount")
 _CHECK_IN_MEMBERS = ("appVersion", "powerLocal", "powerError", "osUpdates")
 _USER_AGENT = re.compile(r"TarnvaleKiosk/\S+")
@@ -81,6 +86,9 @@ def _route(portal, request, handled):
     if request.path == _CHECK_IN:
         _require_method(request, "POST")
         return _check_in(portal, request, handled)
+    if request.path.startswith(_PHOTOS):
+        _require_method(request, "GET")
+        return _photo(portal, request, handled)
     raise Refused(404, "the portal has nothing here")
 
 
@@ -95,34 +103,53 @@ def _begin_pairing(portal, request, handled):
 
 def _continue_pairing(portal, request, handled):
     _doubt_unwanted_token(request, handled.doubts)
-    if request.body:
-        handled.doubts.append("a GET came with a body")
+    _doubt_body(request, handled.doubts)
     state, token = portal.collect(request.path[len(_PAIR) + 1 :])
-    if state == model.CLAIMED:
+    if state == records.CLAIMED:
         return json_answer(200, {"deviceToken": token})
-    if state == model.WAITING:
+    if state == records.WAITING:
         return json_answer(202, {"status": "waiting"})
-    if state == model.EXPIRED:
+    if state == records.EXPIRED:
         return json_answer(410, {"error": "the code has expired"})
-    if state == model.COLLECTED:
+    if state == records.COLLECTED:
         return json_answer(409, {"error": "the code was claimed already"})
     return json_answer(404, {"error": "the code is not known"})
 
 
 def _check_in(portal, request, handled):
     token = bearer_of(request)
-    if token is None:
-        handled.doubts.append("no bearer token came")
-        return json_answer(401, {"error": "a bearer token is needed"}, {"WWW-Authenticate": "Bearer"})
-    status, handled.terminal = portal.status_of_token(token)
-    if status != model.ENROLLED:
-        return json_answer(401, {"status": status})
+    refusal = _refusal_of_token(portal, token, handled)
+    if refusal is not None:
+        return refusal
     report = _report_in(request, handled.doubts, validate.check_check_in_report, _CHECK_IN_MEMBERS)
     _doubt_os_updates(report, handled.doubts)
     settings = portal.check_in(token, report, request.body.decode("utf-8", "replace"))
     if settings is None:
         return json_answer(401, {"status": portal.status_of_token(token)[0]})
-    return json_answer(200, {"status": model.ENROLLED, **settings})
+    return json_answer(200, {"status": records.ENROLLED, **settings})
+
+
+def _photo(portal, request, handled):
+    refusal = _refusal_of_token(portal, bearer_of(request), handled)
+    if refusal is not None:
+        return refusal
+    _doubt_body(request, handled.doubts)
+    digest = request.path[len(_PHOTOS) :]
+    if digest not in branding.photos_by_digest(portal.view_of(handled.terminal)["settings"].get("branding")):
+        handled.doubts.append("the photo is not in the terminal's branding")
+    photo = portal.photo(digest)
+    if photo is None:
+        raise Refused(404, "there is no such photo")
+    return Answer(200, photos.file_of(photo), {"Content-Type": photos.CONTENT_TYPE})
+
+
+def _refusal_of_token(portal, token, handled):
+    """The 401 for a token that is not an enrolled terminal's, or for none; None for one that is. Notes whose it is."""
+    if token is None:
+        handled.doubts.append("no bearer token came")
+        return json_answer(401, {"error": "a bearer token is needed"}, {"WWW-Authenticate": "Bearer"})
+    status, handled.terminal = portal.status_of_token(token)
+    return None if status == records.ENROLLED else json_answer(401, {"status": status})
 
 
 def _require_method(request, method):
@@ -148,8 +175,9 @@ def _report_in(request, doubts, check, known_members):
 def _doubt_common_headers(request, doubts):
     if request.header("Content-Type") != "application/json":
         doubts.append("Content-Type is not application/json")
-    if request.header("Accept") != "application/json":
-        doubts.append("Accept is not application/json")
+    accept = "image/*" if request.path.startswith(_PHOTOS) else "application/json"
+    if request.header("Accept") != accept:
+        doubts.append(f"Accept is not {accept}")
     if not _USER_AGENT.fullmatch(request.header("User-Agent") or ""):
         doubts.append("User-Agent is not TarnvaleKiosk/ and a build stamp")
 
@@ -157,6 +185,11 @@ def _doubt_common_headers(request, doubts):
 def _doubt_unwanted_token(request, doubts):
     if request.header("Authorization") is not None:
         doubts.append("Authorization came with a pairing request")
+
+
+def _doubt_body(request, doubts):
+    if request.body:
+        doubts.append("a GET came with a body")
 
 
 def _doubt_os_updates(report, doubts):

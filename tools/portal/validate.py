@@ -118,6 +118,8 @@ def check_branding(name, value):
         raise Invalid(f"{name}.photos must be an array of at most {MAX_PHOTOS} photos")
     for position, photo in enumerate(photos):
         _check_photo(f"{name}.photos[{position}]", photo)
+    if len({photo["sha256"] for photo in photos}) != len(photos):
+        raise Invalid(f"{name}.photos names a photo twice")
 
 
 SETTING_CHECKS = {

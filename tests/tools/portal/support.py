@@ -97,6 +97,12 @@ class PortalTest(unittest.TestCase):
     def check_in(self, token, report=None):
         return self.terminal_sends("POST", "/api/kiosk/check-in", CHECK_IN_REPORT if report is None else report, token)
 
+    def fetch_photo(self, digest, token):
+        headers = {**TERMINAL_HEADERS, "Accept": "image/*"}
+        if token is not None:
+            headers["Authorization"] = f"Bearer {token}"
+        return self.send("GET", f"/api/kiosk/branding/photos/{digest}", headers=headers)
+
     def enrol(self, **members):
         """A paired terminal: its id and its token."""
         code = self.begin_pairing(**members)

@@ -5,6 +5,8 @@ import unittest
 
 from support import POWER, UPDATES, PortalTest
 
+import model  # found once `support` has been imported
+
 
 class Claim(PortalTest):
     def test_takes_a_code_as_a_person_types_it(self):
@@ -129,9 +131,66 @@ class Settings(PortalTest):
         self.assertEqual(self.admin_reply("POST", "/admin/terminals/nobody/settings", {}).status, 404)
 
 
-class RevokeAndForget(PortalTest):
-    def test_are_refused_for_a_terminal_that_is_not_there(self):
+class ExitPassword(PortalTest):
+    def test_can_be_set_changed_and_cleared(self):
+        terminal, token = self.enrol()
+
+        for password in ("swordfish", "Trout 7", ""):
+            self.change(terminal, exitPassword=password)
+
+            self.assertEqual(self.check_in(token).json()["exitPassword"], password)
+            self.assertEqual(self.admin("GET", f"/admin/terminals/{terminal}")["exitPasswordSet"], bool(password))
+
+    def test_belongs_to_one_terminal(self):
+        (terminal, _), (_, other_token) = self.enrol(), self.enrol()
+
+        self.change(terminal, exitPassword="swordfish")
+
+        self.assertEqual(self.check_in(other_token).json()["exitPassword"], "")
+
+
+class RevokeForgetAndBringBack(PortalTest):
+    def act(self, terminal, action):
+        return self.admin("POST", f"/admin/terminals/{terminal}/{action}")["status"]
+
+    def test_lead_from_each_status_to_each_other(self):
+        terminal, token = self.enrol()
+        self.change(terminal, name="Lobby")
+        told = {"revoke": {"status": "revoked"}, "forget": {"status": "unknown"}}
+
+        for action in "revoke forget revoke bring-back forget bring-back bring-back".split():
+            status = self.act(terminal, action)
+            reply = self.check_in(token)
+
+            with self.subTest(action=action):
+                self.assertEqual(reply.json()["status"], status)
+                self.assertEqual(reply.json() if action in told else reply.json()["name"], told.get(action, "Lobby"))
+                self.assertEqual(reply.status, 401 if action in told else 200)
+
+    def test_do_not_count_check_ins_that_were_refused(self):
+        terminal, token = self.enrol()
+
         for action in ("revoke", "forget"):
+            self.act(terminal, action)
+            self.check_in(token)
+
+        self.assertEqual(self.admin("GET", f"/admin/terminals/{terminal}")["checkIns"], 0)
+        self.assertEqual(self.requests()[-1]["terminal"], terminal)
+
+    def test_make_room_for_a_new_terminal_by_dropping_the_forgotten(self):
+        model.MAX_TERMINALS, before = 2, model.MAX_TERMINALS
+        self.addCleanup(setattr, model, "MAX_TERMINALS", before)
+        (first, _), (second, _) = self.enrol(), self.enrol()
+        code = self.begin_pairing()
+
+        self.assertEqual(self.admin_reply("POST", "/admin/claim", {"code": code}).status, 409)
+        self.act(second, "forget")
+        third = self.admin("POST", "/admin/claim", {"code": code})["terminal"]
+
+        self.assertEqual([terminal["id"] for terminal in self.state()["terminals"]], [first, third])
+
+    def test_are_refused_for_a_terminal_that_is_not_there(self):
+        for action in ("revoke", "forget", "bring-back"):
             self.assertEqual(self.admin_reply("POST", f"/admin/terminals/nobody/{action}").status, 404)
 
     def test_reach_a_terminal_that_has_not_collected_its_token(self):

@@ -6,7 +6,7 @@ from html.parser import HTMLParser
 from support import CHECK_IN_REPORT, POWER, UPDATES, PortalTest
 
 EVIL = "<script>alert('x')</script>\"&"
-VOID = {"meta", "link", "input", "br"}
+VOID = {"meta", "link", "input", "br", "img"}
 
 
 class Balance(HTMLParser):
@@ -31,7 +31,9 @@ class Balance(HTMLParser):
 class Page(PortalTest):
     def test_is_one_piece_that_loads_nothing(self):
         self.begin_pairing()
+        terminal, _ = self.enrol()
         self.enrol()
+        self.change(terminal, branding={"displayName": "Tarn", "photos": 16})
 
         reply = self.send("GET", "/")
         page = Balance(reply.body.decode())
@@ -130,8 +132,25 @@ class Forms(PortalTest):
         members = self.save("updates", automatic="on", start="22:00", end="04:00", days=[0, 6], source="tenant")
         self.assertEqual((members["updates"], members["updatesSource"]), (UPDATES, "tenant"))
 
-    def test_set_the_exit_password(self):
-        self.assertEqual(self.save("exit-password", exitPassword="swordfish")["exitPassword"], "swordfish")
+    def test_set_change_and_clear_the_exit_password(self):
+        for password in ("swordfish", "trout"):
+            self.assertEqual(self.save("exit-password", exitPassword=password)["exitPassword"], password)
+
+        reply = self.submit(f"/forms/terminals/{self.terminal}/exit-password", exitPassword="")
+        self.assertEqual(reply.status, 400)
+        self.assertEqual(self.check_in(self.token).json()["exitPassword"], "trout")
+
+        self.assertEqual(self.save("exit-password", exitPassword="", clear="yes")["exitPassword"], "")
+
+    def test_send_any_json_and_leave_members_out(self):
+        self.assertEqual(self.save("raw", member="power", json='{"sleepMinutes":241}')["power"], {"sleepMinutes": 241})
+        self.assertIn("The terminal is sent <code>{&quot;sleepMinutes&quot;: 241}</code> now.", self.page())
+        self.assertNotIn("power", self.save("raw", member="power", json="", clear="yes"))
+        self.assertIn("Left out of the replies now", self.page())
+
+        path = f"/forms/terminals/{self.terminal}/raw"
+        for fields in ({"member": "power", "json": "{"}, {"member": "power"}, {"member": "colour", "json": "1"}):
+            self.assertEqual(self.submit(path, **fields).status, 400, fields)
 
     def test_refuse_what_the_rules_refuse(self):
         path = f"/forms/terminals/{self.terminal}"
@@ -143,11 +162,15 @@ class Forms(PortalTest):
         self.assertEqual(self.send("GET", "/forms/claim").status, 405)
         self.assertEqual(self.submit("/forms/claim", **{f"f{n}": n for n in range(101)}).status, 400)
 
-    def test_revoke_and_forget(self):
-        self.assertEqual(self.submit(f"/forms/terminals/{self.terminal}/revoke").status, 303)
-        self.assertEqual(self.check_in(self.token).json(), {"status": "revoked"})
-        self.assertEqual(self.submit(f"/forms/terminals/{self.terminal}/forget").status, 303)
-        self.assertEqual(self.check_in(self.token).json(), {"status": "unknown"})
+    def test_revoke_forget_and_bring_back(self):
+        for action, status in (("revoke", "revoked"), ("forget", "unknown"), ("bring-back", "enrolled")):
+            self.assertIn(f"/forms/terminals/{self.terminal}/{action}\"", self.page())
+
+            self.assertEqual(self.save(action)["status"], status)
+
+            page = self.page()
+            self.assertNotIn(f"/forms/terminals/{self.terminal}/{action}\"", page)
+            self.assertIn(f">{status}</span>", page)
 
     def test_switch_faults_on_and_off(self):
         fields = {"kind": "status", "path": "/api/kiosk/check-in", "bytes": "7", "body": "x"}
@@ -157,6 +180,11 @@ class Forms(PortalTest):
         self.assertIn("1 fault on", self.page())
         self.assertEqual(self.submit("/forms/faults/clear").status, 303)
         self.assertEqual(self.check_in(self.token).status, 200)
+
+    def test_offer_faults_for_each_kind_of_request(self):
+        for path in ("/api/kiosk/check-in", "/api/kiosk/pair", "/api/kiosk/branding/photos/", "/api/"):
+            self.assertIn(f'<option value="{path}">', self.page())
+            self.assertEqual(self.submit("/forms/faults", kind="slow", path=path, ms=1).status, 303, path)
 
     def test_every_kind_of_fault_can_be_switched_on(self):
         for kind in "slow silent cutOff reset status garbage tooLong drip answer".split():

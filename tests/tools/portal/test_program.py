@@ -75,8 +75,10 @@ class Program(PortalTest):
     def test_keeps_terminals_and_codes_across_a_restart(self):
         self.run_portal("--state", str(self.state_file))
         terminal, token = self.enrol()
-        self.change(terminal, name="Lobby")
-        self.check_in(token)
+        self.change(terminal, name="Lobby", branding={"displayName": "Tarn", "photos": 1})
+        photo = self.check_in(token).json()["branding"]["photos"][0]["sha256"]
+        forgotten, _ = self.enrol()
+        self.admin("POST", f"/admin/terminals/{forgotten}/forget")
         claimed = self.begin_pairing()
         self.admin("POST", "/admin/claim", {"code": claimed})
         self.end(self.process)
@@ -85,6 +87,8 @@ class Program(PortalTest):
         self.assertEqual(self.check_in(token).json()["name"], "Lobby")
         self.assertEqual(self.admin("GET", f"/admin/terminals/{terminal}")["checkIns"], 2)
         self.assertEqual(self.ask_after(claimed).status, 200)
+        self.assertEqual(self.fetch_photo(photo, token).status, 200)
+        self.assertEqual(self.admin("GET", f"/admin/terminals/{forgotten}")["status"], "unknown")
         self.assertEqual(stat.S_IMODE(self.state_file.stat().st_mode), 0o600)
         self.assertEqual(os.listdir(self.state_file.parent), ["state.json"])
 

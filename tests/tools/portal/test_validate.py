@@ -86,9 +86,15 @@ class Rules(unittest.TestCase):
         def branding(**members):
             return {"displayName": "Tarn", "signInSubtitle": "", "photos": [], **members}
 
-        self.accepts("branding", None, branding(), branding(photos=[PHOTO] * 16))
-        self.refuses("branding", {}, [], branding(displayName=""), branding(photos=[PHOTO] * 17), branding(photos=[7]))
-        for fault in ({"sha256": "A" * 64}, {"width": "1"}):
+        def photos(count):
+            return [{**PHOTO, "sha256": f"{number:064x}"} for number in range(count)]
+
+        self.accepts("branding", None, branding(), branding(photos=photos(16)), branding(photos=photos(0)))
+        self.refuses("branding", {}, [], branding(displayName=""), branding(photos=photos(17)), branding(photos=[7]))
+        self.refuses("branding", branding(photos=[PHOTO, PHOTO]), branding(photos=3), branding(colour=1))
+        for digest in ("A" * 64, "a" * 63, "a" * 65, "g" * 64, "", None, 7, "a" * 63 + "\n"):
+            self.refuses("branding", branding(photos=[{**PHOTO, "sha256": digest}]))
+        for fault in ({"width": "1"}, {"height": -1}, {"credit": None}, {"contentType": 1}, {"extra": 1}):
             self.refuses("branding", branding(photos=[{**PHOTO, **fault}]))
 
     def test_a_setting_that_does_not_exist(self):
