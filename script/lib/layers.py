@@ -13,7 +13,7 @@ import source_tree
 LEAVES = {
     f"core/{name}.h"
     for name in (
-        "build_stamp clock config descriptor files locks log mutex ops service state stop text units"
+        "build_stamp clock config descriptor directories files locks log mutex ops service state stop text units"
     ).split()
 }
 # The loops and start-up know all; control/server starts the loops.

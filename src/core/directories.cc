@@ -33,6 +33,11 @@ bool Secure(const Descriptor& directory, const std::string& path, mode_t mode) {
 
 }  // namespace
 
+std::string ParentOf(const std::string& path) {
+  const std::size_t slash = path.rfind('/');
+  return slash == std::string::npos ? std::string() : path.substr(0, slash);
+}
+
 void MakeParentDirectories(const std::string& path) {
   std::string made;
   std::size_t begin = 0;

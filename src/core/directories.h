@@ -9,6 +9,13 @@
 
 namespace Tarnvale::KioskService {
 
+// What stands before the last "/"; empty when there is none but a leading one.
+//
+//   "/var/lib/x"   "/var/lib"
+//   "/x"           ""
+//   "x"            ""
+[[nodiscard]] std::string ParentOf(const std::string& path);
+
 // Makes every missing directory down to and including `path`, mode 0755, always from the root, also
 // for a relative path. Silent: PrepareDirectory, which follows, reports what could not be made.
 void MakeParentDirectories(const std::string& path);

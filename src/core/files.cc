@@ -16,6 +16,8 @@
 namespace Tarnvale::KioskService {
 namespace {
 
+constexpr mode_t kSystemFileMode = 0644;
+
 // A write of nothing is a failure like any other: it would otherwise go on for ever.
 bool WriteAll(int fd, std::string_view bytes) {
   while (!bytes.empty()) {
@@ -24,6 +26,14 @@ bool WriteAll(int fd, std::string_view bytes) {
     bytes.remove_prefix(static_cast<std::size_t>(written));
   }
   return true;
+}
+
+// Not through a link of this name, and not into a FIFO. What is there is overwritten.
+bool WriteWholeFile(const std::string& path, std::string_view text) {
+  Descriptor file(::open(path.c_str(),
+                         O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK,
+                         kSystemFileMode));
+  return file.IsOpen() && WriteAll(file.Get(), text) && file.Close();
 }
 
 bool FillAndReplace(Descriptor& file, const std::string& temporary, const std::string& path,
@@ -74,6 +84,22 @@ bool ReadFileLimited(const std::string& path, std::size_t maxBytes, std::string&
   }
   out.assign(static_cast<std::size_t>(status.st_size), '\0');
   return ReadExactly(file.Get(), out);
+}
+
+bool WriteIfChanged(const std::string& path, const std::string& text) {
+  struct stat status = {};
+  if (::stat(path.c_str(), &status) == 0 && ReadWholeFile(path) == text) return false;
+  const std::string temporary = path + ".tmp";
+  if (!WriteWholeFile(temporary, text)) {
+    Log("<3>cannot write %s\n", temporary.c_str());
+    return false;
+  }
+  // The rename reports a file that is gone; a mode that could not be set changes nothing for root.
+  (void)::chmod(temporary.c_str(), kSystemFileMode);
+  if (::rename(temporary.c_str(), path.c_str()) == 0) return true;
+  Log("<3>cannot replace %s (%s)\n", path.c_str(), std::strerror(errno));
+  (void)::unlink(temporary.c_str());  // the failure has been told already
+  return false;
 }
 
 std::string ReadWholeFile(const std::string& path) {

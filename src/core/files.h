@@ -23,6 +23,15 @@ namespace Tarnvale::KioskService {
 // too large; a short read answers false as well. An empty file is read well.
 [[nodiscard]] bool ReadFileLimited(const std::string& path, std::size_t maxBytes, std::string& out);
 
+// Writes a small system file, mode 0644, unless it holds this very text already. True when the file
+// changed: whatever must follow a change hangs on this. A failure is logged, counts as no change,
+// and leaves the old file. Writes `path`.tmp and renames it; there is no fsync, for what is written
+// here is written again at the next occasion. A link at `path` is looked through, and replaced by a
+// file when the texts differ; one at `path`.tmp is a failure. A temporary file that could not be
+// written whole stays, for the next attempt to overwrite. The caller makes sure that nobody writes
+// the same file meanwhile, where that matters.
+[[nodiscard]] bool WriteIfChanged(const std::string& path, const std::string& text);
+
 // The whole text of a file of the system's own (/proc, /sys, /etc), of any size. Empty when it
 // cannot be opened, short when it cannot be read: a missing file and an empty one are alike to all
 // who ask here.

@@ -34,11 +34,12 @@ inline constexpr char kLastError[] = "LastError";        // kiosk/provisioning: 
 inline constexpr char kUnknownSince[] = "UnknownSince";  // portal/check_in: when 401 unknown began
 inline constexpr char kSignIn[] = "SignIn";              // portal/sign_in: normalised, JSON text
 inline constexpr char kTerminalName[] = "TerminalName";  // portal/check_in: as the portal sends it
-inline constexpr char kPowerPolicy[] = "PowerPolicy";    // device/power_policy: JSON text
+inline constexpr char kPowerPolicy[] = "PowerPolicy";    // device/power_policy_json: JSON text
 inline constexpr char kPowerSource[] = "PowerSource";    // portal/check_in: who made that policy
-inline constexpr char kPowerLocal[] = "PowerLocal";  // device/power_policy: made at the terminal
-inline constexpr char kPowerError[] = "PowerError";  // last error of applying power
-inline constexpr char kUpdatesPolicy[] = "UpdatesPolicy";  // device/updates_policy: JSON text
+inline constexpr char kPowerLocal[] =
+    "PowerLocal";  // device/power_policy_json: made at the terminal
+inline constexpr char kPowerError[] = "PowerError";        // last error of applying power
+inline constexpr char kUpdatesPolicy[] = "UpdatesPolicy";  // device/updates_policy_json: JSON text
 inline constexpr char kUpdatesSource[] = "UpdatesSource";  // portal/check_in: who made that policy
 inline constexpr char kOsUpdatesReport[] =
     "OsUpdatesReport";  // last report of OS updates, JSON text

@@ -22,6 +22,43 @@ std::string Trim(std::string_view text) {
   return {begin, end};
 }
 
+std::string ToLower(std::string_view text) {
+  std::string lower(text);
+  for (char& byte : lower)
+    byte = static_cast<char>(std::tolower(static_cast<unsigned char>(byte)));
+  return lower;
+}
+
+std::vector<std::string> SplitLines(std::string_view text) {
+  std::vector<std::string> lines;
+  while (!text.empty()) {
+    const std::size_t end = std::min(text.find('\n'), text.size());
+    lines.emplace_back(text.substr(0, end));
+    text.remove_prefix(std::min(end + 1, text.size()));
+  }
+  return lines;
+}
+
+std::vector<std::string> SplitWords(std::string_view text) {
+  std::vector<std::string> words;
+  auto begin = std::find_if_not(text.begin(), text.end(), IsSpace);
+  while (begin != text.end()) {
+    const auto end = std::find_if(begin, text.end(), IsSpace);
+    words.emplace_back(begin, end);
+    begin = std::find_if_not(end, text.end(), IsSpace);
+  }
+  return words;
+}
+
+std::string Join(const std::vector<std::string>& parts, std::string_view separator) {
+  std::string joined;
+  for (const std::string& part : parts) {
+    if (&part != &parts.front()) joined += separator;
+    joined += part;
+  }
+  return joined;
+}
+
 std::string FormatText(const char* format, ...) {
   va_list arguments;
   va_start(arguments, format);
@@ -45,6 +82,11 @@ void WipeText(std::string& text) {
   text.resize(text.capacity());  // what a move or a cut left behind its end goes too
   ::explicit_bzero(text.data(), text.size());
   text.clear();
+}
+
+void WipeTexts(Json& object) {
+  for (Json& member : object.values)
+    WipeText(member.text);
 }
 
 }  // namespace Tarnvale::KioskService

@@ -6,6 +6,9 @@
 #include <cstdarg>
 #include <string>
 #include <string_view>
+#include <vector>
+
+#include "json/json.h"
 
 namespace Tarnvale::KioskService {
 
@@ -16,6 +19,25 @@ namespace Tarnvale::KioskService {
 //   ""         ""
 [[nodiscard]] std::string Trim(std::string_view text);
 
+// The text with `tolower` of each byte.
+[[nodiscard]] std::string ToLower(std::string_view text);
+
+// The parts between line feeds. What stands behind the last line feed is a line when it is not
+// empty.
+//
+//   "a\nb\n"   a, b
+//   "a\n\nb"   a, an empty line, b
+//   ""         none
+[[nodiscard]] std::vector<std::string> SplitLines(std::string_view text);
+
+// The words between white space; none is empty.
+//
+//   " a  b\t"   a, b
+[[nodiscard]] std::vector<std::string> SplitWords(std::string_view text);
+
+// The parts with `separator` between each two.
+[[nodiscard]] std::string Join(const std::vector<std::string>& parts, std::string_view separator);
+
 // printf into a string of whatever length it takes.
 [[nodiscard]] std::string FormatText(const char* format, ...) __attribute__((format(printf, 1, 2)));
 [[nodiscard]] std::string FormatTextV(const char* format, va_list arguments)
@@ -23,6 +45,9 @@ namespace Tarnvale::KioskService {
 
 // Overwrites every byte in a way that the compiler keeps, then empties the text. For secrets.
 void WipeText(std::string& text);
+
+// The same for the texts of an object's own members, which are empty strings afterwards.
+void WipeTexts(Json& object);
 
 }  // namespace Tarnvale::KioskService
 

@@ -1,15 +1,10 @@
-// The OS updates policy: whether updates run by themselves, and in which window.
-//
-// It comes from the portal with a check-in and is kept in the state as the text of
-// UpdatesPolicyToJson, never as it was sent. A policy that its reader refuses is refused as a
-// whole. Any thread; silent.
+// The OS updates policy: whether updates run by themselves, and in which window. Data and nothing
+// else.
 
 #ifndef TARNVALE_KIOSKD_DEVICE_UPDATES_POLICY_H_
 #define TARNVALE_KIOSKD_DEVICE_UPDATES_POLICY_H_
 
 #include <cstdint>
-
-#include "json/json.h"
 
 namespace Tarnvale::KioskService {
 
@@ -22,20 +17,6 @@ struct UpdatesPolicy {
 
   bool operator==(const UpdatesPolicy&) const = default;
 };
-
-// Accepts the JSON form and overwrites `policy` on success only. The window is required, also when
-// `automatic` is false, and so is a day.
-//
-//   {"automatic":true,"window":{"start":"22:00","end":"04:00","days":[1]}}   accepted, passes
-//   midnight the same with "end":"22:00"                                              refused
-//   {"automatic":true}                                                       refused
-[[nodiscard]] bool UpdatesPolicyFromJson(const Json& value, UpdatesPolicy& policy);
-
-// The canonical object: automatic, window (start, end, days).
-[[nodiscard]] Json UpdatesPolicyToJson(const UpdatesPolicy& policy);
-
-// Reads the policy that stands in the state. False, with `policy` untouched, when there is none.
-[[nodiscard]] bool LoadUpdatesPolicy(UpdatesPolicy& policy);
 
 }  // namespace Tarnvale::KioskService
 

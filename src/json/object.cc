@@ -15,4 +15,8 @@ std::string StringMember(const Json& object, std::string_view key) {
   return member.IsString() ? member.text : std::string();
 }
 
+Json TextOrNull(const std::string& text) {
+  return text.empty() ? Json() : Json(text);
+}
+
 }  // namespace Tarnvale::KioskService

@@ -1,8 +1,10 @@
-// Reading texts that should hold a JSON object: portal replies and documents kept inside the state.
+// Reading texts that should hold a JSON object, portal replies and documents kept inside the state,
+// and writing members that may be missing.
 
 #ifndef TARNVALE_KIOSKD_JSON_OBJECT_H_
 #define TARNVALE_KIOSKD_JSON_OBJECT_H_
 
+#include <string>
 #include <string_view>
 
 #include "json/json.h"
@@ -19,6 +21,9 @@ namespace Tarnvale::KioskService {
 
 // The member's text when it is a JSON string, otherwise the empty string: nothing is converted.
 [[nodiscard]] std::string StringMember(const Json& object, std::string_view key);
+
+// The text as a JSON string, or null for the empty text: how documents tell that there is none.
+[[nodiscard]] Json TextOrNull(const std::string& text);
 
 }  // namespace Tarnvale::KioskService
 

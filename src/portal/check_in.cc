@@ -5,8 +5,8 @@
 #include "core/log.h"
 #include "core/state.h"
 #include "core/text.h"
-#include "device/power_policy.h"
-#include "device/updates_policy.h"
+#include "device/power_policy_json.h"
+#include "device/updates_policy_json.h"
 #include "json/object.h"
 #include "portal/request.h"
 #include "portal/sign_in.h"
@@ -16,10 +16,6 @@ namespace Tarnvale::KioskService {
 namespace {
 
 constexpr std::int32_t kHttpUnauthorized = 401;
-
-Json TextOrNull(const std::string& text) {
-  return text.empty() ? Json() : Json(text);
-}
 
 Json LocalPowerOrNull() {
   PowerPolicy policy;

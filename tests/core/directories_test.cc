@@ -29,6 +29,17 @@ struct stat StatusOf(const std::string& path) {
   return status;
 }
 
+TEST(ParentOf, IsWhatStandsBeforeTheLastSlash) {
+  EXPECT_EQ(ParentOf("/var/lib/x"), "/var/lib");
+  EXPECT_EQ(ParentOf("/x"), "");
+  EXPECT_EQ(ParentOf("x"), "");
+  EXPECT_EQ(ParentOf(""), "");
+  EXPECT_EQ(ParentOf("/"), "");
+  EXPECT_EQ(ParentOf("a/b"), "a");
+  EXPECT_EQ(ParentOf("/a/"), "/a");
+  EXPECT_EQ(ParentOf("//a"), "/");
+}
+
 class MakeParentDirectoriesTest : public ::testing::Test {
  protected:
   MakeParentDirectoriesTest() {

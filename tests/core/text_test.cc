@@ -5,6 +5,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <string>
+#include <vector>
 
 namespace Tarnvale::KioskService {
 namespace {
@@ -29,6 +31,41 @@ TEST(Trim, LeavesAllOtherBytesAlone) {
                  "a\x85"),
             "\xC2\xA0"
             "a\x85");
+}
+
+using Texts = std::vector<std::string>;
+
+TEST(ToLower, TakesEveryAsciiLetterAndNothingElse) {
+  EXPECT_EQ(ToLower("Proxy.EXAMPLE:3128"), "proxy.example:3128");
+  EXPECT_EQ(ToLower("@AZ[`az{"), "@az[`az{");
+  EXPECT_EQ(ToLower("\0A\xC4\xFF"s), "\0a\xC4\xFF"s);
+  EXPECT_EQ(ToLower(""), "");
+}
+
+TEST(SplitLines, GivesThePartsBetweenLineFeeds) {
+  EXPECT_EQ(SplitLines("a\nb\n"), (Texts{"a", "b"}));
+  EXPECT_EQ(SplitLines("a\n\nb"), (Texts{"a", "", "b"}));
+  EXPECT_EQ(SplitLines(""), Texts{});
+  EXPECT_EQ(SplitLines("a"), Texts{"a"});
+  EXPECT_EQ(SplitLines("\n"), Texts{""});
+  EXPECT_EQ(SplitLines("\n\na\n\n"), (Texts{"", "", "a", ""}));
+  EXPECT_EQ(SplitLines("a\r\n b\0c\n"s), (Texts{"a\r", " b\0c"s}));
+}
+
+TEST(SplitWords, GivesTheWordsBetweenWhiteSpace) {
+  EXPECT_EQ(SplitWords(" a  b\t"), (Texts{"a", "b"}));
+  EXPECT_EQ(SplitWords(""), Texts{});
+  EXPECT_EQ(SplitWords(" \t\n\v\f\r"), Texts{});
+  EXPECT_EQ(SplitWords("a\tb\nc\vd\fe\rf g"), (Texts{"a", "b", "c", "d", "e", "f", "g"}));
+  EXPECT_EQ(SplitWords("a,b \0 \x85"s), (Texts{"a,b", "\0"s, "\x85"}));
+}
+
+TEST(Join, PutsTheSeparatorBetweenEachTwo) {
+  EXPECT_EQ(Join({}, ";"), "");
+  EXPECT_EQ(Join({"a"}, ";"), "a");
+  EXPECT_EQ(Join({"a", "b", "c"}, ";"), "a;b;c");
+  EXPECT_EQ(Join({"", ""}, ", "), ", ");
+  EXPECT_EQ(Join({"a", "b"}, ""), "ab");
 }
 
 TEST(FormatText, FormatsLikePrintf) {
@@ -64,6 +101,29 @@ TEST(WipeText, OverwritesAShortText) {
 
   EXPECT_EQ(secret, "");
   EXPECT_EQ(std::string(bytes, 6), std::string(6, '\0'));
+}
+
+TEST(WipeTexts, OverwritesTheTextsOfAllMembers) {
+  Json request = Json::Object();
+  request.Set("password", "secret");
+  request.Set("count", 7);
+  request.Set("unlockToken", std::string(32, 'f'));
+  const char* const password = request.values[0].text.data();
+  const char* const token = request.values[2].text.data();
+
+  WipeTexts(request);
+
+  EXPECT_EQ(request.Dump(), R"({"password":"","count":7,"unlockToken":""})");
+  EXPECT_EQ(std::string(password, 6), std::string(6, '\0'));
+  EXPECT_EQ(std::string(token, 32), std::string(32, '\0'));
+}
+
+TEST(WipeTexts, LeavesWhatIsNoObject) {
+  Json text = "text";
+
+  WipeTexts(text);
+
+  EXPECT_EQ(text.Dump(), "\"text\"");
 }
 
 }  // namespace

@@ -38,5 +38,11 @@ TEST(StringMember, ConvertsNothing) {
   EXPECT_EQ(StringMember(Json("text"), "text"), "");
 }
 
+TEST(TextOrNull, IsNullForTheEmptyTextAlone) {
+  EXPECT_EQ(TextOrNull("").Dump(), "null");
+  EXPECT_EQ(TextOrNull("text").Dump(), R"("text")");
+  EXPECT_EQ(TextOrNull(" ").Dump(), R"(" ")");
+}
+
 }  // namespace
 }  // namespace Tarnvale::KioskService

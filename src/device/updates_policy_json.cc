@@ -1,4 +1,4 @@
-#include "device/updates_policy.h"
+#include "device/updates_policy_json.h"
 
 #include "core/state.h"
 #include "device/policy_fields.h"

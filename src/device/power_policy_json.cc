@@ -1,4 +1,4 @@
-#include "device/power_policy.h"
+#include "device/power_policy_json.h"
 
 #include "core/state.h"
 #include "device/policy_fields.h"
