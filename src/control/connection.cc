@@ -1,12 +1,14 @@
 #include "control/connection.h"
 
 #include <poll.h>
+#include <string.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <array>
 #include <cerrno>
 #include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -40,23 +42,32 @@ bool ReadChunk(int fd, std::string& buffer) {
   const ssize_t count = ::read(fd, chunk.data(), chunk.size());
   if (count < 1) return false;
   buffer.append(chunk.data(), static_cast<std::size_t>(count));
+  ::explicit_bzero(chunk.data(), chunk.size());
   return true;
 }
 
 // A client that sends a whole JSON text, no line feed, and waits is a good client.
 bool IsComplete(const std::string& buffer) {
-  return Json::Parse(Trim(buffer)).has_value();
+  std::string text = Trim(buffer);
+  std::optional<Json> request = Json::Parse(text);
+  if (request) WipeTexts(*request);
+  WipeText(text);
+  return request.has_value();
 }
 
-// What the peer sent, without the white space around it. The deadline covers the whole of it.
+// What the peer sent, without the white space around it. The deadline covers the whole of it. A
+// password may be in it, so no copy stays behind, not even of a text that grew.
 std::string ReadRequest(int fd) {
   const std::int64_t deadlineMs = SteadyNowMs() + kRequestTimeoutMs;
   std::string buffer;
+  buffer.reserve(kMaxRequestBytes + kReadChunkBytes);
   while (buffer.size() < kMaxRequestBytes && buffer.find('\n') == std::string::npos) {
     if (!WaitForInput(fd, deadlineMs) || !ReadChunk(fd, buffer)) break;
     if (IsComplete(buffer)) break;
   }
-  return Trim(buffer);
+  std::string line = Trim(buffer);
+  WipeText(buffer);
+  return line;
 }
 
 bool ReadPeerCredentials(int fd, ucred& peer) {
@@ -102,9 +113,10 @@ void DiscardUnread(int fd) {
 
 void ServeConnection(Descriptor connection) {
   std::function<void()> after;
-  const std::string line = ReadRequest(connection.Get());
+  std::string line = ReadRequest(connection.Get());
   if (!line.empty()) {
     const std::string reply = Answer(connection.Get(), line, after);
+    WipeText(line);
     SendAll(connection.Get(), reply + '\n');
   }
   (void)::shutdown(connection.Get(), SHUT_RDWR);  // the peer may be gone already

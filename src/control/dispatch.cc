@@ -1,27 +1,26 @@
 #include "control/dispatch.h"
 
-#include <algorithm>
 #include <optional>
-#include <string_view>
 
 #include "control/reply.h"
+#include "control/settings_gate.h"
 #include "control/status.h"
 #include "core/log.h"
+#include "core/text.h"
 #include "json/json.h"
+#include "kiosk/maintenance.h"
 #include "kiosk/presence.h"
+#include "kiosk/unlock.h"
 #include "portal/pairing.h"
 #include "portal/restart.h"
 
 namespace Tarnvale::KioskService {
 namespace {
 
-// What reads or changes how the terminal itself is set up.
-constexpr std::string_view kSettingsCommands[] = {
-    "net.set", "time.sync", "power.get", "power.set", "proxy.set", "os.updates", "os.install"};
-
-bool IsSettingsCommand(const std::string& name) {
-  return std::find(std::begin(kSettingsCommands), std::end(kSettingsCommands), name) !=
-         std::end(kSettingsCommands);
+// What the kiosk session may say besides the settings commands.
+bool IsKioskCommand(const std::string& name) {
+  return name == "maintenance" || name == "unlock" || name == "session.report" ||
+         IsSettingsCommand(name);
 }
 
 std::string HandleRestartNow(const Caller& caller, std::function<void()>& after) {
@@ -40,34 +39,54 @@ std::string HandlePairing(const std::string& name, const Json& request, const Ca
   return name == "pair.begin" ? PairBegin() : PairCheck(request);
 }
 
-// Nothing hands out an unlock yet, so no token opens the terminal's settings.
-std::string HandleSettings(const std::string& name, const Caller& caller) {
-  Log("<4>%s refused: terminal settings are not unlocked for session %s\n", name.c_str(),
-      caller.session.c_str());
-  return ReplyError("not_unlocked");
+// Secrets do not outlive the request that carried them.
+std::string HandleUnlockRequest(const Json& request, const std::string& session) {
+  std::string password = request.Get("password").AsString("");
+  std::string reply = HandleUnlock(password, session);
+  WipeText(password);
+  return reply;
 }
 
-std::string HandleKioskCommand(const std::string& name, const Json& request, const Caller& caller) {
+std::string HandleMaintenanceRequest(const Json& request, const std::string& session,
+                                     std::function<void()>& after) {
+  std::string unlockToken = request.Get("unlockToken").AsString("");
+  std::string password = request.Get("password").AsString("");
+  std::string reply = Maintenance(unlockToken, password, session, after);
+  WipeText(unlockToken);
+  WipeText(password);
+  return reply;
+}
+
+std::string HandleKioskCommand(const std::string& name, const Json& request, const Caller& caller,
+                               std::function<void()>& after) {
   if (!IsInKioskSession(caller)) {
     Log("<4>%s refused: the caller is not the kiosk account in its own session\n", name.c_str());
     return ReplyError("not_permitted");
   }
+  if (name == "unlock") return HandleUnlockRequest(request, caller.session);
   if (name == "session.report") return HandleSessionReport(request, caller.session);
-  return HandleSettings(name, caller);
+  if (name == "maintenance") return HandleMaintenanceRequest(request, caller.session, after);
+  return HandleSettings(name, request, caller);
+}
+
+std::string Route(const Json& request, const Caller& caller, std::function<void()>& after) {
+  const std::string name = request.Get("cmd").AsString("");
+  if (name == "status") return HandleStatus(caller);
+  if (name == "restart.now") return HandleRestartNow(caller, after);
+  if (name == "pair.begin" || name == "pair.check") return HandlePairing(name, request, caller);
+  // An unknown name is unknown to every peer: this comes before anything is asked about the caller.
+  if (!IsKioskCommand(name)) return ReplyError("unknown_command");
+  return HandleKioskCommand(name, request, caller, after);
 }
 
 }  // namespace
 
 std::string Dispatch(const std::string& line, const Caller& caller, std::function<void()>& after) {
-  const std::optional<Json> request = Json::Parse(line);
+  std::optional<Json> request = Json::Parse(line);
   if (!request || !request->IsObject()) return ReplyError("bad_request");
-  const std::string name = request->Get("cmd").AsString("");
-  if (name == "status") return HandleStatus(caller);
-  if (name == "restart.now") return HandleRestartNow(caller, after);
-  if (name == "pair.begin" || name == "pair.check") return HandlePairing(name, *request, caller);
-  // An unknown name is unknown to every peer: this comes before anything is asked about the caller.
-  if (name != "session.report" && !IsSettingsCommand(name)) return ReplyError("unknown_command");
-  return HandleKioskCommand(name, *request, caller);
+  std::string reply = Route(*request, caller, after);
+  WipeTexts(*request);  // a password or an unlock token may be among them
+  return reply;
 }
 
 }  // namespace Tarnvale::KioskService

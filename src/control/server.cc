@@ -23,6 +23,8 @@
 #include "core/service_loop.h"
 #include "core/stop.h"
 #include "core/units.h"
+#include "device/updates.h"
+#include "device/updates_loop.h"
 #include "kiosk/session_watcher.h"
 #include "portal/restart.h"
 
@@ -140,14 +142,17 @@ bool OpenControlSocket() {
 
 void AcceptLoop() {
   std::thread serviceLoop(ServiceLoop);
+  std::thread updatesLoop(AutomaticUpdatesLoop);
   std::thread sessionWatcher(SessionWatcher);
   Log("<6>listening on %s\n", ServiceConfig().socket.c_str());
   AcceptConnections();
 
   StopThreads();
   serviceLoop.join();
+  updatesLoop.join();
   sessionWatcher.join();
   StopScheduledRestart();
+  JoinSettingsWorker();
   WaitForConnections();
   CloseControlSocket();
 }

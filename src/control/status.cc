@@ -4,6 +4,7 @@
 #include "core/state.h"
 #include "json/object.h"
 #include "kiosk/account.h"
+#include "kiosk/maintenance.h"
 #include "portal/identity.h"
 #include "portal/sign_in.h"
 
@@ -17,7 +18,7 @@ std::string HandleStatus(const Caller& caller) {
   reply.Set("enrolled", !CurrentDeviceToken().empty());
   reply.Set("provisioned", provisioned);
   reply.Set("kioskSession", provisioned && caller.kioskAccount && IsKioskSession(caller.session));
-  reply.Set("maintenance", StateGetInt(StateKey::kMaintenance) == 1);
+  reply.Set("maintenance", InMaintenance());
   reply.Set("account", kKioskAccountName);
   reply.Set("terminalName", StateGetString(StateKey::kTerminalName));
   reply.Set("signIn", ReadSignIn(ParseObjectOrEmpty(StateGetString(StateKey::kSignIn))));

@@ -27,12 +27,16 @@ std::string* FindField(std::string_view option, Config& config) {
 
 }  // namespace
 
-bool ParseCommandLine(std::span<const char* const> arguments, Config& config,
+bool ParseCommandLine(std::span<const char* const> arguments, Config& config, bool& sleepNow,
                       std::string& unknown) {
   for (std::size_t i = 0; i < arguments.size(); ++i) {
     const std::string_view argument = arguments[i];
     if (argument == "--no-local-session") {
       config.localSession = false;
+      continue;
+    }
+    if (argument == "--sleep-now") {
+      sleepNow = true;
       continue;
     }
     std::string* const field = FindField(argument, config);

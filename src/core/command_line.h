@@ -11,7 +11,8 @@
 
 namespace Tarnvale::KioskService {
 
-// Applies the arguments, without the program's name, to `config`. An option given twice keeps the
+// Applies the arguments, without the program's name, to `config`; `sleepNow` tells whether
+// `--sleep-now`, which has no value, was among them. An option given twice keeps the
 // last value; a value is taken whatever it looks like. On the first argument that is not known, or
 // a value option with nothing behind it, answers false with that argument in `unknown`; logs
 // nothing.
@@ -20,7 +21,7 @@ namespace Tarnvale::KioskService {
 //   --state-dir             false: unknown "--state-dir"
 //   --state-dir=/x          false: unknown "--state-dir=/x"
 [[nodiscard]] bool ParseCommandLine(std::span<const char* const> arguments, Config& config,
-                                    std::string& unknown);
+                                    bool& sleepNow, std::string& unknown);
 
 }  // namespace Tarnvale::KioskService
 

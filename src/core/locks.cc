@@ -4,6 +4,12 @@ namespace Tarnvale::KioskService {
 
 Mutex lifecycleLock;
 Mutex adminSessionsLock;
+Mutex powerLock;
+Mutex networkLock;
+Mutex updatesMutex;
+Mutex settingsWorkerLock;
+Mutex unlockLock;
+Mutex passwordLock;
 Mutex pairingLock;
 Mutex restartLock;
 Mutex presenceLock;

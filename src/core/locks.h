@@ -16,12 +16,33 @@
 
 namespace Tarnvale::KioskService {
 
-// Provisioning and whatever else makes or unmakes the kiosk account: no two at once. Held across
-// the setup tool, up to 15 minutes.
+// Provisioning, removal, a pending removal, changes to the branding directory and the entry into
+// maintenance: no two at once. Held across the setup tool and the account's deletion, up to 1050 s.
 extern Mutex lifecycleLock;
 
 // The sessions whose end ends maintenance.
 extern Mutex adminSessionsLock ACQUIRED_AFTER(lifecycleLock);
+
+// Storing and applying power policy, across the child processes, so that what the system does is
+// what the state says.
+extern Mutex powerLock ACQUIRED_AFTER(lifecycleLock);
+
+// One change of the network at a time, across its child processes, up to 190 s.
+extern Mutex networkLock ACQUIRED_AFTER(lifecycleLock);
+
+// What `os.updates` shows. Held while the state is read for that, never across the package manager.
+extern Mutex updatesMutex ACQUIRED_AFTER(lifecycleLock);
+
+// The handle of the thread that runs updates for the person at the terminal. Held across the join
+// of the thread before, which is past its last step; at the stop across the run that is under way.
+extern Mutex settingsWorkerLock ACQUIRED_AFTER(lifecycleLock);
+
+// The settings unlock. Released before anything else is taken.
+extern Mutex unlockLock ACQUIRED_AFTER(lifecycleLock);
+
+// The ticket of the one password test that may run, and the count of attempts. Not held across the
+// exchange with the portal.
+extern Mutex passwordLock ACQUIRED_AFTER(lifecycleLock);
 
 // The pending pairing code. `pair.check` holds it across its exchanges with the portal, so that two
 // checks never run together, and gives it up before provisioning.
@@ -34,8 +55,9 @@ extern Mutex restartLock ACQUIRED_AFTER(lifecycleLock);
 extern Mutex presenceLock ACQUIRED_AFTER(lifecycleLock);
 
 // The state document and its file. Innermost; held across a save with its fsync.
-extern Mutex stateLock ACQUIRED_AFTER(lifecycleLock, adminSessionsLock, pairingLock, restartLock,
-                                      presenceLock);
+extern Mutex stateLock ACQUIRED_AFTER(lifecycleLock, adminSessionsLock, powerLock, networkLock,
+                                      updatesMutex, settingsWorkerLock, unlockLock, passwordLock,
+                                      pairingLock, restartLock, presenceLock);
 
 // The stop and wake flags, with the service condition variable. A leaf.
 extern Mutex signallingLock ACQUIRED_AFTER(pairingLock);

@@ -12,6 +12,7 @@
 #include "core/config.h"
 #include "core/ops_linux.h"
 #include "core/run_service.h"
+#include "device/scheduled_sleep.h"
 
 namespace {
 
@@ -34,13 +35,15 @@ int main(int argc, char** argv) {
 
   OpenStandardStreams();
   Config config;
+  bool sleepNow = false;
   std::string unknown;
   const std::span<const char* const> arguments(argv + 1, static_cast<std::size_t>(argc - 1));
-  if (!ParseCommandLine(arguments, config, unknown)) {
+  if (!ParseCommandLine(arguments, config, sleepNow, unknown)) {
     // For whoever typed the command, so without the priority that the journal reads.
     (void)std::fprintf(stderr, "tarnvale-kioskd: unknown argument %s\n", unknown.c_str());
     return kExitUsage;
   }
+  if (sleepNow) return ScheduledSleep(config, LinuxOps);
   const int status = RunService(config, LinuxOps);
   // Connections that are still being served use what a normal exit would destroy under them.
   if (AreConnectionsRunning()) ::_exit(status);

@@ -9,6 +9,7 @@
 #include "core/log.h"
 #include "core/start.h"
 #include "core/stop.h"
+#include "device/updates.h"
 #include "portal/restart.h"
 
 namespace Tarnvale::KioskService {
@@ -36,9 +37,11 @@ void InstallStopHandler() {
 
 using MakeOps = Ops(const Config& config);
 
-// A connection may have scheduled a restart since the accept loop ended the last one.
+// A connection may have scheduled a restart or started an update run since the accept loop ended
+// the last one.
 void FinishRestartAndWorkers() {
   StopScheduledRestart();
+  JoinSettingsWorker();
 }
 
 bool Start(const Config& config, MakeOps* makeOps) {

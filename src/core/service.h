@@ -20,7 +20,8 @@ namespace Tarnvale::KioskService {
 // False for a development build, which admits non-root callers only with a word in the state file.
 [[nodiscard]] bool ServiceInstalled();
 
-// Copies both. Called by Run, on the main thread, before any other thread starts.
+// Copies both. Called by Run and ScheduledSleep, on the main thread, before any other thread
+// starts.
 void SetService(const Config& config, const Ops& ops);
 void SetServiceInstalled(bool installed);
 

@@ -7,10 +7,14 @@
 
 #include "core/clock.h"
 #include "core/log.h"
+#include "core/state.h"
 #include "core/stop.h"
 #include "core/units.h"
+#include "device/power.h"
 #include "kiosk/account.h"
 #include "kiosk/provisioning.h"
+#include "kiosk/removal.h"
+#include "portal/branding.h"
 #include "portal/check_in.h"
 #include "portal/identity.h"
 
@@ -48,20 +52,27 @@ void RetryProvisioning() {
   if (!ProvisionKiosk().empty()) nextProvisionAt = SteadyNowMs() + kNextProvisionMs;
 }
 
+// Without an identity there is nothing to do but to go on with a removal.
+std::int64_t WaitUnenrolled() {
+  retryDelayMs = kPassIntervalMs;
+  return StateGetInt(StateKey::kTeardownPending) == 1 ? kPassIntervalMs : kNoTimer;
+}
+
 }  // namespace
 
 std::int64_t ServicePass() {
+  FinishPendingRemoval();
   const std::string token = CurrentDeviceToken();
-  if (token.empty()) {
-    retryDelayMs = kPassIntervalMs;
-    return kNoTimer;
-  }
+  if (token.empty()) return WaitUnenrolled();
   const CheckInResult result = CheckIn(token);
-  RememberUnknownDevice(result);
+  if (ApplyDeviceStatus(result, token)) return kPassIntervalMs;
   if (result.outcome != CheckInOutcome::kEnrolled) return BackOff(result);
   EndBackOff();
   DropKioskAdminGroups();
   RetryProvisioning();
+  UpdateBranding(result, token);
+  // A terminal that was removed while the pass ran is left alone.
+  if (CurrentDeviceToken() == token) ReapplyPower();
   return kPassIntervalMs;
 }
 

@@ -10,8 +10,13 @@
 #include "core/service.h"
 #include "core/state.h"
 #include "core/stop.h"
+#include "device/updates.h"
 #include "kiosk/account.h"
+#include "kiosk/admin_sessions.h"
+#include "kiosk/maintenance.h"
+#include "kiosk/removal.h"
 #include "kiosk/session_watcher.h"
+#include "portal/branding_cache.h"
 #include "portal/identity.h"
 #include "portal/restart.h"
 
@@ -21,16 +26,11 @@ namespace {
 constexpr mode_t kStateDirMode = 0700;
 constexpr mode_t kRunDirMode = 0755;
 
-void MakeStateDirParents(const std::string& stateDir) {
-  const std::size_t slash = stateDir.rfind('/');
-  if (slash != std::string::npos && slash > 0) MakeParentDirectories(stateDir.substr(0, slash));
-}
-
 // What the state directory holds is secret, so an existing one is secured again at each start. An
 // existing run directory keeps its owner and mode, which are the system's business.
 bool PrepareDirectories() {
   const Config& config = ServiceConfig();
-  MakeStateDirParents(config.stateDir);
+  MakeParentDirectories(ParentOf(config.stateDir));
   return PrepareDirectory(config.stateDir, kStateDirMode, true) &&
          PrepareDirectory(config.runDir, kRunDirMode, false);
 }
@@ -42,10 +42,31 @@ void FindOutIfInstalled() {
       "it admits non-root callers only while DevAllowAnyCaller=1\n");
 }
 
+// A disk image that was copied onto another machine brings that machine's token, account and
+// policies along. It comes up as a plain unenrolled terminal.
+void TakeCopiedImageDown() {
+  if (StateGetString(StateKey::kDeviceToken).empty() || !CurrentDeviceToken().empty()) return;
+  RemoveKioskMode("the state belongs to another machine-id (a copied image)");
+}
+
+// An unenrolled terminal never shows a tenant's branding from an earlier life.
+void ForgetBrandingOfEarlierLife() {
+  if (!CurrentDeviceToken().empty()) return;
+  const MutexLock lock(lifecycleLock);
+  RemoveBranding(true);
+}
+
+// Maintenance outlives a restart of this service, not one of the terminal.
+void EndMaintenanceOfEarlierBoot() {
+  if (!InMaintenance()) return;
+  if (StateGetInt(StateKey::kMaintenanceAt) >= Platform().bootTime()) return;
+  EndMaintenance("the device restarted");
+}
+
 void LogSummary() {
   const int enrolled = CurrentDeviceToken().empty() ? 0 : 1;
   const int provisioned = IsProvisioned() ? 1 : 0;
-  const int maintenance = StateGetInt(StateKey::kMaintenance) == 1 ? 1 : 0;
+  const int maintenance = InMaintenance() ? 1 : 0;
   Log("<6>enrolled=%d provisioned=%d maintenance=%d\n", enrolled, provisioned, maintenance);
 }
 
@@ -58,8 +79,14 @@ bool Run(const Config& config, const Ops& ops) {
   if (!PrepareDirectories()) return false;
   StateLoad();
   FindOutIfInstalled();
+  FinishPendingRemoval();
+  TakeCopiedImageDown();
+  ForgetBrandingOfEarlierLife();
+  EndMaintenanceOfEarlierBoot();
   TakeSessionBaseline();
+  if (InMaintenance()) AdoptAdminSessions();
   DropKioskAdminGroups();
+  RecoverRestartRequired();
   LogSummary();
   return true;
 }

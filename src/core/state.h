@@ -28,8 +28,13 @@ inline constexpr char kDeviceId[] = "DeviceId";        // portal/identity: hash 
 inline constexpr char kProvisioned[] = "Provisioned";  // kiosk/provisioning: 1 when complete
 inline constexpr char kAccountUid[] = "AccountUid";    // kiosk/account: decimal uid, as text
 inline constexpr char kTeardownPending[] =
-    "TeardownPending";                                   // kiosk/provisioning: superseded removal
-inline constexpr char kMaintenance[] = "Maintenance";    // kiosk/admin_sessions: 1 while in force
+    "TeardownPending";  // kiosk/removal: 1 while the account still has to go
+inline constexpr char kMaintenance[] = "Maintenance";      // kiosk/maintenance: 1 while in force
+inline constexpr char kMaintenanceAt[] = "MaintenanceAt";  // kiosk/maintenance: when it began
+inline constexpr char kMaintenanceFailures[] =
+    "MaintenanceFailures";  // kiosk/exit_password: attempts since a lock-out or a success
+inline constexpr char kMaintenanceLockedUntil[] =
+    "MaintenanceLockedUntil";  // kiosk/exit_password: attempts are refused until then
 inline constexpr char kLastError[] = "LastError";        // kiosk/provisioning: its last failure
 inline constexpr char kUnknownSince[] = "UnknownSince";  // portal/check_in: when 401 unknown began
 inline constexpr char kSignIn[] = "SignIn";              // portal/sign_in: normalised, JSON text
@@ -43,6 +48,10 @@ inline constexpr char kUpdatesPolicy[] = "UpdatesPolicy";  // device/updates_pol
 inline constexpr char kUpdatesSource[] = "UpdatesSource";  // portal/check_in: who made that policy
 inline constexpr char kOsUpdatesReport[] =
     "OsUpdatesReport";  // last report of OS updates, JSON text
+inline constexpr char kOsUpdatesWindowDone[] =
+    "OsUpdatesWindowDone";  // device/updates_loop: key of the window that was served
+inline constexpr char kOwnsWuPolicy[] =
+    "OwnsWuPolicy";  // device/updates_loop: 1 while the package manager's schedule is ours
 // Read and never written: put into the file by hand.
 inline constexpr char kAuthBaseUrl[] = "AuthBaseUrl";  // portal/request: base URL override
 inline constexpr char kDevAllowAnyCaller[] = "DevAllowAnyCaller";  // control/caller: admit non-root

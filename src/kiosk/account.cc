@@ -25,6 +25,12 @@ bool KioskAccountIntact(std::uint32_t* uid, bool* ours) {
   return true;
 }
 
+std::optional<std::uint32_t> IntactKioskUid() {
+  std::uint32_t uid = 0;
+  if (!KioskAccountIntact(&uid, nullptr)) return std::nullopt;
+  return uid;
+}
+
 bool IsProvisioned() {
   return StateGetInt(StateKey::kProvisioned) == 1 && KioskAccountIntact(nullptr, nullptr);
 }

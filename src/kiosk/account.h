@@ -8,6 +8,7 @@
 #define TARNVALE_KIOSKD_KIOSK_ACCOUNT_H_
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -36,6 +37,9 @@ enum AccountLookup : int {
 // True when the recorded account exists. Both results are optional, and are written only then: its
 // uid, and whether the setup tool made it.
 [[nodiscard]] bool KioskAccountIntact(std::uint32_t* uid, bool* ours);
+
+// The uid of the intact account; none without one.
+[[nodiscard]] std::optional<std::uint32_t> IntactKioskUid();
 
 // Provisioning has completed and its account is intact.
 [[nodiscard]] bool IsProvisioned();

@@ -2,6 +2,9 @@
 
 #include <set>
 
+#include "core/service.h"
+#include "kiosk/account.h"
+
 namespace Tarnvale::KioskService {
 namespace {
 
@@ -14,9 +17,22 @@ bool IsAdministratorSession(const SessionInfo& session, std::optional<std::uint3
          session.uid != kioskUid;
 }
 
+void AdoptAdminSessions() {
+  const std::optional<std::uint32_t> kioskUid = IntactKioskUid();
+  const MutexLock lock(adminSessionsLock);
+  for (const SessionInfo& session : Platform().listSessions()) {
+    if (IsAdministratorSession(session, kioskUid)) adminSessions.insert(session.id);
+  }
+}
+
 void TrackAdminSession(const std::string& id) {
   const MutexLock lock(adminSessionsLock);
   adminSessions.insert(id);
+}
+
+void ForgetAllAdminSessions() {
+  const MutexLock lock(adminSessionsLock);
+  adminSessions.clear();
 }
 
 bool ForgetAdminSession(const std::string& id) {

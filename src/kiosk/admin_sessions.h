@@ -18,7 +18,14 @@ namespace Tarnvale::KioskService {
 [[nodiscard]] bool IsAdministratorSession(const SessionInfo& session,
                                           std::optional<std::uint32_t> kioskUid);
 
+// Tracks every administrator's session that exists now. Called by Run when the service starts
+// during maintenance, so that it goes on waiting for the person who is at the terminal.
+void AdoptAdminSessions() EXCLUDES(adminSessionsLock);
+
 void TrackAdminSession(const std::string& id) EXCLUDES(adminSessionsLock);
+
+// Tracks none any more: maintenance begins anew.
+void ForgetAllAdminSessions() EXCLUDES(adminSessionsLock);
 
 // True when the session was tracked, which it is no longer.
 bool ForgetAdminSession(const std::string& id) EXCLUDES(adminSessionsLock);

@@ -8,6 +8,7 @@
 #include "core/service.h"
 #include "core/state.h"
 #include "kiosk/account.h"
+#include "kiosk/maintenance.h"
 
 namespace Tarnvale::KioskService {
 namespace {
@@ -74,6 +75,8 @@ std::string ProvisionKiosk() {
 
   RecordAccount(after, recordedUid);
   DropKioskAdminGroups();
+  // A marker may be left of a maintenance that a removal ended.
+  if (!InMaintenance()) Platform().setMaintenanceMarker(true, false);
   StateClear(StateKey::kLastError);
   StateSetInt(StateKey::kProvisioned, 1);
   Log("<6>provisioned: %s signs in at startup into %s --kiosk\n", kKioskAccountName,

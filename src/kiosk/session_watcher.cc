@@ -8,12 +8,13 @@
 #include <vector>
 
 #include "core/service.h"
-#include "core/state.h"
 #include "core/stop.h"
 #include "core/units.h"
 #include "kiosk/account.h"
 #include "kiosk/admin_sessions.h"
+#include "kiosk/maintenance.h"
 #include "kiosk/presence.h"
+#include "kiosk/unlock.h"
 
 namespace Tarnvale::KioskService {
 namespace {
@@ -30,23 +31,14 @@ std::set<std::string> IdsOf(const std::vector<SessionInfo>& sessions) {
   return ids;
 }
 
-std::optional<std::uint32_t> KioskUid() {
-  std::uint32_t uid = 0;
-  if (!KioskAccountIntact(&uid, nullptr)) return std::nullopt;
-  return uid;
-}
-
-bool InMaintenance() {
-  return StateGetInt(StateKey::kMaintenance) == 1;
-}
-
 void HandleNewSession(const SessionInfo& session, std::optional<std::uint32_t> kioskUid) {
   if (InMaintenance() && IsAdministratorSession(session, kioskUid)) TrackAdminSession(session.id);
 }
 
 void HandleGoneSession(const std::string& id) {
+  ForgetUnlockOf(id);
   ForgetPresenceOf(id);
-  if (InMaintenance()) ForgetAdminSession(id);
+  if (InMaintenance() && ForgetAdminSession(id)) EndMaintenance("the administrator signed out");
 }
 
 }  // namespace
@@ -56,7 +48,7 @@ void TakeSessionBaseline() {
 }
 
 void SessionWatcherTick() {
-  const std::optional<std::uint32_t> kioskUid = KioskUid();
+  const std::optional<std::uint32_t> kioskUid = IntactKioskUid();
   const std::vector<SessionInfo> sessions = Platform().listSessions();
   const std::set<std::string> before = std::exchange(knownSessions, IdsOf(sessions));
   for (const SessionInfo& session : sessions) {

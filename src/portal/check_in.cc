@@ -5,9 +5,12 @@
 #include "core/log.h"
 #include "core/state.h"
 #include "core/text.h"
+#include "core/units.h"
 #include "device/power_policy_json.h"
 #include "device/updates_policy_json.h"
 #include "json/object.h"
+#include "kiosk/removal.h"
+#include "portal/identity.h"
 #include "portal/request.h"
 #include "portal/sign_in.h"
 #include "portal/terminal_name.h"
@@ -16,6 +19,8 @@ namespace Tarnvale::KioskService {
 namespace {
 
 constexpr std::int32_t kHttpUnauthorized = 401;
+// A portal that has lost its data for a while must not cost a fleet its kiosks.
+constexpr std::int64_t kUnknownGraceMs = 24 * kHourMs;
 
 Json LocalPowerOrNull() {
   PowerPolicy policy;
@@ -109,6 +114,34 @@ void ApplyReply(const Json& reply, CheckInResult& result) {
   result.tenantId = StringMember(reply, "tenantId");
 }
 
+// A verdict that comes late must not touch the identity that was made in the meantime.
+void RemoveIfInForce(const std::string& token, const char* reason) {
+  if (CurrentDeviceToken() == token) RemoveKioskMode(reason);
+}
+
+bool HandleRevoked(const CheckInResult& result, const std::string& token) {
+  Log("<4>check-in: the portal says this terminal was removed (%s)\n", result.error.c_str());
+  RemoveIfInForce(token, "removed in the portal (401, status revoked)");
+  return true;
+}
+
+bool HandleUnknown(const std::string& token) {
+  const std::int64_t nowMs = WallNowMs();
+  const std::int64_t sinceMs = StateGetInt(StateKey::kUnknownSince);
+  // A time in the future comes from a clock that has been corrected backwards since.
+  if (sinceMs == 0 || sinceMs > nowMs) {
+    StateSetInt(StateKey::kUnknownSince, nowMs);
+    Log("<4>check-in: AuthSystem does not recognise this terminal's token; "
+        "kiosk mode stays unless that lasts 24 hours\n");
+    return false;
+  }
+  if (nowMs - sinceMs < kUnknownGraceMs) return false;
+  Log("<4>check-in: the token has been unknown to AuthSystem for over 24 hours\n");
+  RemoveIfInForce(token,
+                  "the portal has not known this terminal for 24 hours (401, status unknown)");
+  return true;
+}
+
 }  // namespace
 
 CheckInResult::~CheckInResult() {
@@ -119,21 +152,24 @@ CheckInResult CheckIn(const std::string& token) {
   Http http = PortalRequest("POST", "/api/kiosk/check-in", MakeReport(), token,
                             kMaxPortalReplyBytes, kAcceptJson);
   CheckInResult result;
-  const Json reply = ParseObjectOrEmpty(http.body);
+  Json reply = ParseObjectOrEmpty(http.body);
   if (JudgeReply(http, reply, result)) ApplyReply(reply, result);
   WipeText(http.body);  // it may hold the exit password
+  WipeTexts(reply);
   return result;
 }
 
-void RememberUnknownDevice(const CheckInResult& result) {
-  if (result.outcome != CheckInOutcome::kUnknown) return;
-  const std::int64_t nowMs = WallNowMs();
-  const std::int64_t sinceMs = StateGetInt(StateKey::kUnknownSince);
-  // A time in the future comes from a clock that has been corrected backwards since.
-  if (sinceMs != 0 && sinceMs <= nowMs) return;
-  StateSetInt(StateKey::kUnknownSince, nowMs);
-  Log("<4>check-in: AuthSystem does not recognise this terminal's token; "
-      "kiosk mode stays unless that lasts 24 hours\n");
+bool ApplyDeviceStatus(const CheckInResult& result, const std::string& token) {
+  switch (result.outcome) {
+    case CheckInOutcome::kRevoked:
+      return HandleRevoked(result, token);
+    case CheckInOutcome::kUnknown:
+      return HandleUnknown(token);
+    case CheckInOutcome::kEnrolled:
+    case CheckInOutcome::kFailed:
+      break;
+  }
+  return false;
 }
 
 }  // namespace Tarnvale::KioskService

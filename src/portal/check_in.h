@@ -11,6 +11,7 @@
 
 #include <string>
 
+#include "core/locks.h"
 #include "json/json.h"
 
 namespace Tarnvale::KioskService {
@@ -43,9 +44,14 @@ struct CheckInResult {
 // no lock across the exchange of up to 15 s.
 [[nodiscard]] CheckInResult CheckIn(const std::string& token);
 
-// Remembers since when the portal has not recognised the token; logs the first such answer. The
-// time stands in the state, so that the day which it is given counts across restarts.
-void RememberUnknownDevice(const CheckInResult& result);
+// Acts on the verdict of a check-in that was made with `token`. True when the reply ended the
+// terminal's identity, or may have: the caller stops what it was doing. A revoked terminal is
+// removed at once; one that the portal does not know is given a day, counted on the wall clock
+// across restarts. A verdict about a token that is no longer in force ends no identity. Every
+// caller of CheckIn calls this straight after it. May take the lifecycle lock for up to 1050 s.
+// Logs it.
+[[nodiscard]] bool ApplyDeviceStatus(const CheckInResult& result, const std::string& token)
+    EXCLUDES(lifecycleLock, powerLock, pairingLock, stateLock, signallingLock);
 
 }  // namespace Tarnvale::KioskService
 

@@ -147,6 +147,11 @@ std::string PairBegin() {
   return reply.Dump();
 }
 
+void ClearPendingCode() {
+  const MutexLock lock(pairingLock);
+  pendingCode.clear();
+}
+
 std::string PairCheck(const Json& request) {
   const std::string code = Trim(request.Get("code").AsString(""));
   // Held across the exchanges, so that two checks never run together.
@@ -160,8 +165,8 @@ std::string PairCheck(const Json& request) {
   Log("<6>paired: device token held\n");
   WakeServiceLoop();
   const CheckInResult result = CheckIn(token);
-  lock.Unlock();
-  RememberUnknownDevice(result);
+  lock.Unlock();  // a removal clears the pending code under this lock
+  if (ApplyDeviceStatus(result, token)) return ReplyError("revoked");
   if (result.outcome != CheckInOutcome::kEnrolled) return ReplyPairedUnreachable();
   const std::string failure = ProvisionKiosk();
   if (!failure.empty()) return ReplyError(failure);

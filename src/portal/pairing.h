@@ -22,10 +22,16 @@ namespace Tarnvale::KioskService {
 
 // `pair.check` with the request's member `code`. The reply: ok with paired false (and the error
 // unreachable when the portal is); unknown_code, expired, claimed, server_error; or, once the token
-// is held, ok with paired true and what came after it, or the code of a failed provisioning. A
-// token that was stored stays stored whatever fails later. Two checks never run together: the
-// pairing lock is held across the exchanges, up to 30 s.
-[[nodiscard]] std::string PairCheck(const Json& request) EXCLUDES(pairingLock);
+// is held, revoked, ok with paired true and what came after it, or the code of a failed
+// provisioning. A token that was stored stays stored whatever fails later. Two checks never run
+// together: the pairing lock is held across the exchanges, up to 30 s, and given up before a
+// removal or a provisioning, which may take minutes.
+[[nodiscard]] std::string PairCheck(const Json& request)
+    EXCLUDES(lifecycleLock, powerLock, pairingLock, stateLock, signallingLock);
+
+// Forgets the code: what a removal took down is not paired by a code of before. Waits behind a
+// `pair.check` that is under way.
+void ClearPendingCode() EXCLUDES(pairingLock);
 
 }  // namespace Tarnvale::KioskService
 

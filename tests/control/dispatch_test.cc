@@ -2,8 +2,10 @@
 
 #include <algorithm>
 
+#include "core/state.h"
 #include "core/stop.h"
 #include "kiosk/presence.h"
+#include "kiosk/unlock.h"
 #include "portal/restart.h"
 #include "support/service_test.h"
 #include "support/test_clock.h"
@@ -15,6 +17,7 @@ constexpr char kNotInteractive[] =
     " refused: the caller is not an interactive user other than the kiosk account";
 constexpr char kNotInItsSession[] =
     " refused: the caller is not the kiosk account in its own session";
+constexpr char kUnlockRefused[] = "<4>terminal settings unlock refused: unreachable";
 constexpr char kNotUnlocked[] = " refused: terminal settings are not unlocked for session c7";
 
 class DispatchTest : public ServiceTest {
@@ -54,12 +57,15 @@ struct CommandRow {
 
 constexpr char kNo[] = "not_permitted";
 
-// On an enrolled terminal on which no pairing is under way and no restart is pending.
+// On an enrolled terminal on which no pairing is under way and no restart is pending, and whose
+// portal is out of reach.
 constexpr CommandRow kCommands[] = {
     {"status", "ok", "ok", "ok", "ok", "ok", "ok", ""},
     {"restart.now", kNo, "not_pending", "not_pending", kNo, kNo, kNo, ""},
     {"pair.begin", kNo, kNo, "already_enrolled", kNo, kNo, kNo, kNotInteractive},
     {"pair.check", kNo, kNo, "unknown_code", kNo, kNo, kNo, kNotInteractive},
+    {"maintenance", kNo, kNo, kNo, kNo, "unreachable", kNo, kNotInItsSession},
+    {"unlock", kNo, kNo, kNo, kNo, "unreachable", kNo, kNotInItsSession},
     {"session.report", kNo, kNo, kNo, kNo, "invalid", kNo, kNotInItsSession},
     {"net.set", kNo, kNo, kNo, kNo, "not_unlocked", kNo, kNotInItsSession},
     {"time.sync", kNo, kNo, kNo, kNo, "not_unlocked", kNo, kNotInItsSession},
@@ -75,10 +81,12 @@ class CommandTable : public DispatchTest, public ::testing::WithParamInterface<C
   void SetUp() override {
     DispatchTest::SetUp();
     Enrol();
+    portal.IsUnreachable(kCheckInPath);
   }
   std::string LogFor(const std::string& answer) const {
     const CommandRow& row = GetParam();
     if (answer == kNo && *row.refusal != '\0') return std::string("<4>") + row.name + row.refusal;
+    if (answer == "unreachable" && row.name == std::string("unlock")) return kUnlockRefused;
     if (answer == "not_unlocked") return std::string("<4>") + row.name + kNotUnlocked;
     return {};
   }
@@ -133,6 +141,8 @@ TEST_F(DispatchTest, RefusesAKioskAccountWhoseSessionHasEnded) {
 
   EXPECT_EQ(ErrorOf(Send(R"({"cmd":"session.report","signedIn":true})", Kiosk())), kNo);
   EXPECT_EQ(ErrorOf(Send(R"({"cmd":"net.set"})", Kiosk())), kNo);
+  EXPECT_EQ(ErrorOf(Send(R"({"cmd":"unlock"})", Kiosk())), kNo);
+  EXPECT_EQ(ErrorOf(Send(R"({"cmd":"maintenance"})", Kiosk())), kNo);
 }
 
 class BadRequest : public DispatchTest, public ::testing::WithParamInterface<const char*> {};
@@ -170,6 +180,7 @@ INSTANTIATE_TEST_SUITE_P(Dispatch, UnknownCommand,
                                            R"({"cmd":"statu"})", R"({"cmd":"status\u0000"})",
                                            R"({"cmd":"RESTART.NOW"})", R"({"cmd":"pair.Begin"})",
                                            R"({"cmd":"pair"})", R"({"cmd":"session.reports"})",
+                                           R"({"cmd":"unlocks"})", R"({"cmd":"Maintenance"})",
                                            R"({"cmd":"net.set2"})", R"({"cmd":"NET.SET"})",
                                            R"({"cmd":"net.se"})", R"({"cmd":"Os.Install"})",
                                            R"({"cmd":"net.set\u0000"})"));
@@ -205,6 +216,79 @@ TEST_F(DispatchTest, HandsTheSessionOfTheCallerToItsReport) {
   EXPECT_EQ(Reply(R"({"cmd":"session.report","signedIn":true})", Kiosk()), R"({"ok":true})");
 
   EXPECT_EQ(RestartBlocker(), "a Tarnvale user is signed in");
+}
+
+// What `unlock` and `maintenance` read of their requests.
+class SecretsOfTheRequest : public DispatchTest {
+ protected:
+  void SetUp() override {
+    DispatchTest::SetUp();
+    ops.setMaintenanceMarker = [](bool, bool) {};
+    ops.endKioskSessions = [](bool wait) { EXPECT_FALSE(wait); };
+  }
+};
+
+TEST_F(SecretsOfTheRequest, AreHandedToUnlockWithTheSessionOfTheCaller) {
+  const std::string token = Unlock();
+
+  EXPECT_TRUE(UnlockValid(token, kTestKioskSession));
+  EXPECT_FALSE(UnlockValid(token, kTestPersonSession));
+}
+
+TEST_F(SecretsOfTheRequest, AreHandedToMaintenanceWithTheSessionOfTheCaller) {
+  const std::string token = Unlock();
+
+  EXPECT_EQ(Reply(R"({"cmd":"maintenance","unlockToken":")" + token + R"("})", Kiosk()),
+            R"({"ok":true})");
+
+  EXPECT_EQ(StateGetInt(StateKey::kMaintenance), 1);
+  ASSERT_TRUE(after);
+  after();
+  EXPECT_EQ(calls.Count("endKioskSessions"), 1);
+}
+
+TEST_F(SecretsOfTheRequest, LetMaintenanceBeginWithThePasswordAlone) {
+  (void)Unlock();
+
+  EXPECT_EQ(Reply(R"({"cmd":"maintenance","password":"exit-password-7"})", Kiosk()),
+            R"({"ok":true})");
+
+  EXPECT_TRUE(after);
+}
+
+TEST_F(SecretsOfTheRequest, LeaveNothingForAfterTheReplyOfARefusal) {
+  (void)Unlock();
+
+  EXPECT_EQ(ErrorOf(Send(R"({"cmd":"maintenance","password":"wrong"})", Kiosk())),
+            "wrong_password");
+
+  EXPECT_FALSE(after);
+}
+
+TEST_F(SecretsOfTheRequest, MayBeNumbersWhichAreReadAsText) {
+  (void)Unlock();
+  ExitPasswordIs("271828");
+
+  EXPECT_EQ(ErrorOf(Send(R"({"cmd":"unlock","password":271828})", Kiosk())), "");
+  EXPECT_EQ(ErrorOf(Send(R"({"cmd":"maintenance","password":271828})", Kiosk())), "");
+}
+
+TEST_F(SecretsOfTheRequest, AreEmptyTextsWhenTheyAreNoPlainValues) {
+  (void)Unlock();
+
+  for (const char* secrets : {R"("unlockToken":null,"password":null)",
+                              R"("unlockToken":[],"password":{})", R"("token":"x")"}) {
+    const std::string request = std::string(R"({"cmd":"maintenance",)") + secrets + "}";
+    EXPECT_EQ(ErrorOf(Send(request, Kiosk())), "wrong_password") << "not not_unlocked: " << secrets;
+  }
+}
+
+TEST_F(SecretsOfTheRequest, ATokenThatIsANumberIsTextForMaintenance) {
+  (void)Unlock();
+
+  // Whatever its value: a text that is not empty and no valid token.
+  EXPECT_EQ(ErrorOf(Send(R"({"cmd":"maintenance","unlockToken":12})", Kiosk())), "not_unlocked");
+  EXPECT_EQ(ErrorOf(Send(R"({"cmd":"maintenance","unlockToken":true})", Kiosk())), "not_unlocked");
 }
 
 TEST_F(DispatchTest, HandsTheRequestToThePairing) {

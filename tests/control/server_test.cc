@@ -12,6 +12,7 @@
 #include "control/server_fixture.h"
 #include "core/clock.h"
 #include "portal/restart.h"
+#include "support/default_stack_size.h"
 
 namespace Tarnvale::KioskService {
 namespace {
@@ -107,8 +108,8 @@ TEST_F(AcceptLoopTest, StartsTheServiceLoop) {
 
 TEST_F(AcceptLoopTest, StartsTheSessionWatcher) {
   Start();
-  // Both threads have looked and wait; only the watcher waits for a time.
-  ASSERT_TRUE(Eventually([] { return TestClock::WaitsBegun() > 0; }));
+  // All three threads have looked and wait; the watcher and the updates loop wait for a time.
+  ASSERT_TRUE(Eventually([] { return TestClock::WaitsBegun() > 1; }));
   EXPECT_EQ(calls.Count("listSessions"), 0);
 
   TestClock::AdvanceMs(2000);
@@ -127,7 +128,7 @@ class InterruptedAcceptLoop : public AcceptLoopTest {
     ASSERT_EQ(::sigaction(SIGUSR1, &action, nullptr), 0);
     Start();
     ASSERT_TRUE(IsStatus(Ask(kStatusLine)));
-    ASSERT_TRUE(Eventually([] { return TestClock::WaitsBegun() > 0; }));
+    ASSERT_TRUE(Eventually([] { return TestClock::WaitsBegun() > 1; }));
   }
   void Interrupt() {
     const int before = signalsTaken;
@@ -214,32 +215,9 @@ TEST_F(ScarceAcceptLoop, KeepsTheLastSixteenDescriptorsForTheServiceItself) {
   EXPECT_EQ(log.Text(), "<6>listening on " + config.socket + "\n");
 }
 
-// The size of the stacks of threads that are started from now on, until the object ends.
-class DefaultStackSize {
- public:
-  explicit DefaultStackSize(std::size_t bytes) {
-    EXPECT_EQ(::pthread_getattr_default_np(&before_), 0);
-    pthread_attr_t changed;
-    EXPECT_EQ(::pthread_getattr_default_np(&changed), 0);
-    EXPECT_EQ(::pthread_attr_setstacksize(&changed, bytes), 0);
-    EXPECT_EQ(::pthread_setattr_default_np(&changed), 0);
-    (void)::pthread_attr_destroy(&changed);  // it holds nothing that could be lost
-  }
-  ~DefaultStackSize() {
-    EXPECT_EQ(::pthread_setattr_default_np(&before_), 0);
-    (void)::pthread_attr_destroy(&before_);  // it holds nothing that could be lost
-  }
-  DefaultStackSize(const DefaultStackSize&) = delete;
-  DefaultStackSize& operator=(const DefaultStackSize&) = delete;
-
- private:
-  pthread_attr_t before_ = {};
-};
-
 TEST_F(ScarceAcceptLoop, ClosesAPeerUnheardWhenThereIsNoThreadForIt) {
   {
-    // More than there are addresses, so no thread can start.
-    const DefaultStackSize stacks(std::size_t{1} << 50);
+    const DefaultStackSize stacks(kImpossibleStackBytes);
     EXPECT_EQ(Ask(kStatusLine), "");
     EXPECT_TRUE(Eventually([] { return !AreConnectionsRunning(); }));
   }
@@ -307,7 +285,7 @@ TEST_F(AcceptLoopTest, JoinsTheSessionWatcherBeforeItForgetsTheRestart) {
     return std::vector<SessionInfo>();
   };
   Start();
-  ASSERT_TRUE(Eventually([] { return TestClock::WaitsBegun() > 0; }));
+  ASSERT_TRUE(Eventually([] { return TestClock::WaitsBegun() > 1; }));
   TestClock::AdvanceMs(2000);
   ScheduleRestart();
   WakeServiceLoop();

@@ -133,6 +133,7 @@ TEST_F(StatusTest, CarriesTheProvisioningFailureUntilProvisioningSucceeds) {
 
   SetupToolMakes(kTestKioskUid);
   ops.dropAdminGroups = [] {};
+  ops.setMaintenanceMarker = [](bool, bool) {};
   ASSERT_EQ(ProvisionKiosk(), "");
   EXPECT_FALSE(Status(Root()).Has("error"));
 }

@@ -13,10 +13,11 @@ namespace {
 class ParseCommandLineTest : public ::testing::Test {
  protected:
   bool Parse(const std::vector<const char*>& arguments) {
-    return ParseCommandLine(arguments, config, unknown);
+    return ParseCommandLine(arguments, config, sleepNow, unknown);
   }
 
   Config config;
+  bool sleepNow = false;
   std::string unknown = "none";
 };
 
@@ -92,6 +93,54 @@ TEST_F(ParseCommandLineTest, TakesAValueWhateverItLooksLike) {
   EXPECT_TRUE(config.localSession);
 }
 
+TEST_F(ParseCommandLineTest, IsNoCallForSleepUnlessItSaysSo) {
+  EXPECT_TRUE(Parse({"--no-local-session", "--socket", "/s"}));
+
+  EXPECT_FALSE(sleepNow);
+}
+
+TEST_F(ParseCommandLineTest, NotesTheCallForSleepWithoutAValue) {
+  EXPECT_TRUE(Parse({"--sleep-now"}));
+
+  EXPECT_TRUE(sleepNow);
+  EXPECT_EQ(Describe(config), Describe(Config()));
+}
+
+TEST_F(ParseCommandLineTest, HonoursOtherOptionsBesideTheCallForSleepInAnyOrder) {
+  const std::vector<std::vector<const char*>> rows = {
+      {"--sleep-now", "--state-dir", "/s", "--run-dir", "/r", "--no-local-session"},
+      {"--state-dir", "/s", "--sleep-now", "--no-local-session", "--run-dir", "/r"},
+      {"--no-local-session", "--run-dir", "/r", "--state-dir", "/s", "--sleep-now"},
+      {"--sleep-now", "--run-dir", "/r", "--state-dir", "/s", "--no-local-session", "--sleep-now"},
+  };
+  Config expected;
+  expected.stateDir = "/s";
+  expected.runDir = "/r";
+  expected.localSession = false;
+  for (const auto& row : rows) {
+    config = Config();
+    sleepNow = false;
+    EXPECT_TRUE(Parse(row));
+    EXPECT_TRUE(sleepNow);
+    EXPECT_EQ(Describe(config), Describe(expected));
+  }
+}
+
+TEST_F(ParseCommandLineTest, FailsOnAnUnknownArgumentBesideTheCallForSleep) {
+  EXPECT_FALSE(Parse({"--sleep-now", "--bogus"}));
+  EXPECT_EQ(unknown, "--bogus");
+
+  EXPECT_FALSE(Parse({"--sleep-now", "--state-dir"}));
+  EXPECT_EQ(unknown, "--state-dir");
+}
+
+TEST_F(ParseCommandLineTest, TakesTheCallForSleepAsAValueBehindAValueOption) {
+  EXPECT_TRUE(Parse({"--state-dir", "--sleep-now"}));
+
+  EXPECT_EQ(config.stateDir, "--sleep-now");
+  EXPECT_FALSE(sleepNow);
+}
+
 TEST_F(ParseCommandLineTest, RefusesEveryValueOptionInTheLastPlace) {
   for (const char* option : {"--state-dir", "--run-dir", "--socket", "--branding-dir", "--etc-dir",
                              "--auth-base", "--kiosk-user", "--client", "--setup-tool"}) {
@@ -101,9 +150,10 @@ TEST_F(ParseCommandLineTest, RefusesEveryValueOptionInTheLastPlace) {
 }
 
 TEST_F(ParseCommandLineTest, RefusesAnythingElse) {
-  for (const char* argument : {"--bogus", "--help", "--version", "-h", "", "-", "--", "state-dir",
-                               "--state", "--state-dir ", "--state-dir=/x", "--State-Dir",
-                               "--no-local-session=1", "--machine-id-path", "/var"}) {
+  for (const char* argument :
+       {"--bogus", "--help", "--version", "-h", "", "-", "--", "state-dir", "--state",
+        "--state-dir ", "--state-dir=/x", "--State-Dir", "--no-local-session=1",
+        "--machine-id-path", "/var", "--sleep-now=1", "--sleep", "sleep-now"}) {
     EXPECT_FALSE(Parse({argument, "value"})) << argument;
     EXPECT_EQ(unknown, argument);
   }

@@ -3,12 +3,19 @@
 #include "core/run_service.h"
 
 #include <signal.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <future>
 #include <regex>
 #include <thread>
 
+#include "control/server.h"
 #include "core/build_stamp.h"
+#include "core/descriptor.h"
+#include "device/updates.h"
 #include "support/service_test.h"
 #include "support/test_clock.h"
 #include "support/threads.h"
@@ -35,6 +42,17 @@ struct sigaction ActionOf(int signal) {
   return action;
 }
 
+// A client that calls the service and says nothing.
+Descriptor ConnectTo(const std::string& path) {
+  Descriptor client(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  sockaddr_un address = {};
+  address.sun_family = AF_UNIX;
+  path.copy(address.sun_path, sizeof address.sun_path);
+  const auto* generic = reinterpret_cast<const sockaddr*>(&address);
+  EXPECT_EQ(::connect(client.Get(), generic, sizeof address), 0);
+  return client;
+}
+
 class RunServiceTest : public ServiceTest {
  protected:
   RunServiceTest() {
@@ -42,6 +60,7 @@ class RunServiceTest : public ServiceTest {
     platformCalls = &calls;
     ops.exePathOfPid = [](int) { return std::string("/usr/bin/env"); };
     ops.bootTime = [] { return 0L; };
+    ops.rebootRequired = [] { return false; };
     SessionsAre({});
   }
 
@@ -70,6 +89,38 @@ TEST_F(RunServiceTest, IsStoppedByAnInterruptToo) {
   EXPECT_EQ(RunUntil(SIGINT), 0);
 
   EXPECT_EQ(log.Lines().back(), kStopped);
+}
+
+TEST_F(RunServiceTest, WaitsForARunThatAConnectionStartedWhileItStopped) {
+  std::promise<void> release;
+  std::atomic<bool> started = false;
+  ops.runUpdates = [&release](bool, std::vector<OsUpdate>*, std::atomic<int>*) {
+    release.get_future().wait();
+    return WuRun{.result = 1, .error = {}};
+  };
+  TestClock::BeforeWaits([&started](std::int64_t milliseconds) {
+    if (milliseconds != 10 || started.exchange(true)) return;
+    EXPECT_TRUE(StartWuRun(true));  // the accept loop has joined the settings worker before
+    TestClock::AdvanceMs(30'000);
+  });
+  TestClock::WaitForReal();
+  std::thread stopping([&] {
+    EXPECT_TRUE(Eventually([this] { return log.Has("<6>listening on " + config.socket); }));
+    const Descriptor client = ConnectTo(config.socket);
+    EXPECT_TRUE(Eventually([] { return AreConnectionsRunning(); }));
+    EXPECT_EQ(::kill(::getpid(), SIGTERM), 0);
+    EXPECT_TRUE(Eventually([this] { return !Exists(config.socket); }));
+    EXPECT_FALSE(log.Has(kStopped));
+    release.set_value();
+  });
+
+  EXPECT_EQ(RunService(config, MakeOps), 0);
+
+  stopping.join();
+  EXPECT_TRUE(started);
+  EXPECT_TRUE(TryBeginUpdates()) << "the run has ended";
+  EXPECT_EQ(log.Lines().back(), kStopped);
+  EXPECT_TRUE(Eventually([] { return !AreConnectionsRunning(); }));
 }
 
 TEST_F(RunServiceTest, CarriesAStampOfTheBuildsTime) {

@@ -176,5 +176,37 @@ TEST_F(ServiceLoopTest, FallsIdleWhenTheTokenGoes) {
   EXPECT_EQ(timesMs, (std::vector<std::int64_t>{0, 30000}));
 }
 
+TEST_F(ServiceLoopTest, FallsIdleAfterTheAccountOfARemovalIsGone) {
+  RemovalWorks();
+  StateSetInt(StateKey::kTeardownPending, 1);
+  ops.deleteKioskAccount = [this] {
+    timesMs.push_back(SteadyNowMs() - TestClock::kStartSteadyMs);
+    return timesMs.size() == 3;
+  };
+
+  StartAndLetWait();
+  EXPECT_TRUE(
+      Eventually([this] { return calls.Count("deleteKioskAccount") == 3 && IsAsleep(id); }));
+  RequestStop();
+  loop.join();
+
+  EXPECT_EQ(timesMs, (std::vector<std::int64_t>{0, 30000, 60000}));
+  EXPECT_EQ(calls.Count("http"), 0);
+}
+
+TEST_F(ServiceLoopTest, FallsIdleWhenThePortalRevokesTheTerminal) {
+  Enrol();
+  RemovalWorks();
+  portal.Answers(kCheckInPath, 401, R"({"status":"revoked"})");
+
+  StartAndLetWait();
+  EXPECT_TRUE(
+      Eventually([this] { return calls.Count("deleteKioskAccount") == 1 && IsAsleep(id); }));
+  RequestStop();
+  loop.join();
+
+  EXPECT_EQ(calls.Count("http"), 1);
+}
+
 }  // namespace
 }  // namespace Tarnvale::KioskService

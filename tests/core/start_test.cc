@@ -34,6 +34,7 @@ class RunTest : public ServiceTest {
   RunTest() {
     ops.exePathOfPid = [](int) { return std::string("/usr/bin/env"); };
     ops.bootTime = [] { return 0L; };
+    ops.rebootRequired = [] { return false; };
     SessionsAre({});
   }
 

@@ -1,8 +1,8 @@
 #include "kiosk/admin_sessions.h"
 
-#include <gtest/gtest.h>
-
 #include <optional>
+
+#include "support/service_test.h"
 
 namespace Tarnvale::KioskService {
 namespace {
@@ -83,6 +83,70 @@ TEST(ForgetAdminSession, KnowsNoOtherSession) {
 
   EXPECT_FALSE(ForgetAdminSession("33"));
   EXPECT_FALSE(ForgetAdminSession(""));
+}
+
+TEST(ForgetAllAdminSessions, ForgetsEachOfThem) {
+  TrackAdminSession("3");
+  TrackAdminSession("4");
+
+  ForgetAllAdminSessions();
+
+  EXPECT_FALSE(ForgetAdminSession("3"));
+  EXPECT_FALSE(ForgetAdminSession("4"));
+}
+
+class AdoptAdminSessionsTest : public ServiceTest {
+ protected:
+  static SessionInfo SessionOf(const std::string& id, std::uint32_t uid) {
+    SessionInfo session = AdministratorSession();
+    session.id = id;
+    session.uid = uid;
+    return session;
+  }
+};
+
+TEST_F(AdoptAdminSessionsTest, TracksTheAdministratorsWhoAreThere) {
+  Provision();
+  SessionInfo remote = SessionOf("20", 1000);
+  remote.remote = true;
+  SessionsAre({SessionOf("3", 1000), KioskSession(), remote, SessionOf("9", 0)});
+
+  AdoptAdminSessions();
+
+  EXPECT_TRUE(ForgetAdminSession("3"));
+  EXPECT_TRUE(ForgetAdminSession("9"));
+  EXPECT_FALSE(ForgetAdminSession(kTestKioskSession));
+  EXPECT_FALSE(ForgetAdminSession("20"));
+}
+
+TEST_F(AdoptAdminSessionsTest, TracksTheKiosksSessionTooOnceItsAccountIsLost) {
+  AccountIsMissing();
+  SessionsAre({KioskSession()});
+
+  AdoptAdminSessions();
+
+  EXPECT_TRUE(ForgetAdminSession(kTestKioskSession));
+}
+
+TEST_F(AdoptAdminSessionsTest, AddsToThoseThatAreTracked) {
+  Provision();
+  SessionsAre({SessionOf("3", 1000)});
+  TrackAdminSession("8");
+
+  AdoptAdminSessions();
+
+  EXPECT_TRUE(ForgetAdminSession("3"));
+  EXPECT_TRUE(ForgetAdminSession("8"));
+}
+
+TEST_F(AdoptAdminSessionsTest, AsksForTheAccountFirstAndLogindOnce) {
+  Provision();
+  SessionsAre({});
+
+  AdoptAdminSessions();
+
+  const std::vector<std::string> expected = {"lookupKioskAccount", "listSessions"};
+  EXPECT_EQ(calls.Names(), expected);
 }
 
 }  // namespace

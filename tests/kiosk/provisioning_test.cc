@@ -19,6 +19,7 @@ class ProvisionKioskTest : public ServiceTest {
   void SetUp() override {
     AccountIsMissing();
     ops.dropAdminGroups = [] {};
+    ops.setMaintenanceMarker = [](bool, bool) {};
     SetupToolMakes(kTestKioskUid);
   }
   void ToolFails(const std::string& detail) {
@@ -41,6 +42,7 @@ class ProvisionKioskTest : public ServiceTest {
     EXPECT_EQ(StateGetString(StateKey::kLastError), code);
     EXPECT_TRUE(StateFile().Get(StateKey::kProvisioned).IsNull());
     EXPECT_TRUE(StateFile().Get(StateKey::kTeardownPending).IsNull());
+    EXPECT_EQ(calls.Count("setMaintenanceMarker"), 0);
   }
   [[nodiscard]] std::string ProvisionedLine() const {
     return "<6>provisioned: tarnvale-kiosk signs in at startup into " + config.client + " --kiosk";
@@ -63,7 +65,7 @@ TEST_F(ProvisionKioskTest, GoesThroughItsStepsInOrder) {
 
   const std::vector<std::string> expected = {"lookupKioskAccount", "runSetupTool",
                                              "lookupKioskAccount", "lookupKioskAccount",
-                                             "dropAdminGroups"};
+                                             "dropAdminGroups",    "setMaintenanceMarker"};
   EXPECT_EQ(calls.Names(), expected);
 }
 
@@ -149,12 +151,37 @@ TEST_F(ProvisionKioskTest, DropsNoGroupsOfAnAccountWithoutTheMark) {
   EXPECT_EQ(StateGetInt(StateKey::kProvisioned), 1);
 }
 
-TEST_F(ProvisionKioskTest, LeavesMaintenanceAsItIs) {
+TEST_F(ProvisionKioskTest, RemovesALeftoverMarkerAndStartsNothingBeforeItIsDone) {
+  StateSetString(StateKey::kLastError, "setup_failed");
+  ops.setMaintenanceMarker = [this](bool allowKiosk, bool startKiosk) {
+    EXPECT_TRUE(allowKiosk);
+    EXPECT_FALSE(startKiosk);
+    EXPECT_EQ(calls.Count("dropAdminGroups"), 1);
+    EXPECT_EQ(StateGetInt(StateKey::kProvisioned), 0);
+    EXPECT_EQ(StateGetString(StateKey::kLastError), "setup_failed");
+  };
+
+  EXPECT_EQ(ProvisionKiosk(), "");
+
+  EXPECT_EQ(calls.Count("setMaintenanceMarker"), 1);
+}
+
+TEST_F(ProvisionKioskTest, LeavesMaintenanceAndItsMarkerAsTheyAre) {
   StateSetInt(StateKey::kMaintenance, 1);
 
   EXPECT_EQ(ProvisionKiosk(), "");
 
   EXPECT_EQ(StateGetInt(StateKey::kMaintenance), 1);
+  EXPECT_EQ(calls.Count("setMaintenanceMarker"), 0);
+}
+
+TEST_F(ProvisionKioskTest, RemovesTheMarkerForAnyOtherValueOfMaintenance) {
+  for (const char* value : {"null", "0", "2", "true", "\"1\""}) {
+    calls.Clear();
+    StateSet(StateKey::kMaintenance, Json::Parse(value).value());
+    EXPECT_EQ(ProvisionKiosk(), "");
+    EXPECT_EQ(calls.Count("setMaintenanceMarker"), 1) << value;
+  }
 }
 
 TEST_F(ProvisionKioskTest, TakesAClientThatItsOwnerMayExecute) {

@@ -5,8 +5,11 @@
 #include "core/stop.h"
 #include "kiosk/admin_sessions.h"
 #include "kiosk/presence.h"
+#include "kiosk/unlock.h"
+#include "support/other_thread.h"
 #include "support/service_test.h"
 #include "support/test_clock.h"
+#include "support/threads.h"
 
 namespace Tarnvale::KioskService {
 namespace {
@@ -118,13 +121,174 @@ TEST_F(SessionWatcherTickTest, LeavesTheReportOfASessionThatItNeverSaw) {
   EXPECT_EQ(PresenceFile(), R"({"signedIn":true,"live":true,"at":1800000000000})");
 }
 
+constexpr char kSignedOutLine[] = "<6>terminal settings locked: session c7 signed out";
+
+TEST_F(SessionWatcherTickTest, EndsTheUnlockWithItsSession) {
+  const std::string token = Unlock();
+  SessionsAre({PersonSession()});
+
+  SessionWatcherTick();
+
+  EXPECT_FALSE(UnlockValid(token, kTestKioskSession));
+  EXPECT_EQ(log.Text(), std::string(kSignedOutLine) + "\n");
+}
+
+TEST_F(SessionWatcherTickTest, LeavesTheUnlockWhileItsSessionLasts) {
+  const std::string token = Unlock();
+  SessionsAre({KioskSession()});
+
+  SessionWatcherTick();
+
+  EXPECT_TRUE(UnlockValid(token, kTestKioskSession));
+  EXPECT_EQ(log.Text(), "");
+}
+
+TEST_F(SessionWatcherTickTest, EndsTheUnlockWhenLogindListsNothing) {
+  const std::string token = Unlock();
+  SessionsAre({});
+  SessionWatcherTick();
+  SessionsAre({PersonSession(), KioskSession()});
+
+  SessionWatcherTick();
+
+  EXPECT_FALSE(UnlockValid(token, kTestKioskSession));
+  EXPECT_EQ(log.Text(), std::string(kSignedOutLine) + "\n");
+}
+
 class DuringMaintenance : public SessionWatcherTickTest {
  protected:
   void SetUp() override {
     SessionWatcherTickTest::SetUp();
+    Enrol();
     StateSetInt(StateKey::kMaintenance, 1);
+    ops.setMaintenanceMarker = [](bool allowKiosk, bool startKiosk) {
+      EXPECT_TRUE(allowKiosk);
+      EXPECT_TRUE(startKiosk);
+    };
+  }
+  void SignsOut() {
+    SessionsAre({PersonSession(), KioskSession()});
+    SessionWatcherTick();
   }
 };
+
+constexpr char kOverLine[] =
+    "<6>maintenance over (the administrator signed out): kiosk sign-in restored";
+
+TEST_F(DuringMaintenance, TheEndOfAnAdministratorsSessionEndsIt) {
+  SignsIn(AdminSession());
+  EXPECT_EQ(StateGetInt(StateKey::kMaintenance), 1);
+
+  SignsOut();
+
+  EXPECT_TRUE(StateFile().Get(StateKey::kMaintenance).IsNull());
+  EXPECT_EQ(calls.Count("setMaintenanceMarker"), 1);
+  EXPECT_EQ(log.Text(), std::string(kOverLine) + "\n");
+}
+
+TEST_F(DuringMaintenance, TheEndOfOneOfTwoAdministratorsSessionsEndsItOnce) {
+  SessionInfo second = AdminSession();
+  second.id = "10";
+  SignsIn(AdminSession());
+  SessionsAre({PersonSession(), KioskSession(), AdminSession(), second});
+  SessionWatcherTick();
+
+  SignsIn(second);
+  EXPECT_EQ(StateGetInt(StateKey::kMaintenance), 0);
+  SignsOut();
+
+  EXPECT_EQ(log.Count(kOverLine), 1);
+}
+
+TEST_F(DuringMaintenance, TheEndOfBothInOneLookEndsItOnce) {
+  SessionInfo second = AdminSession();
+  second.id = "10";
+  SessionsAre({AdminSession(), second});
+  SessionWatcherTick();
+
+  SignsOut();
+
+  EXPECT_EQ(log.Count(kOverLine), 1);
+  EXPECT_EQ(calls.Count("setMaintenanceMarker"), 1);
+  EXPECT_TRUE(ForgetAdminSession(kAdminSession)) << "\"10\" came first, and ended it";
+}
+
+TEST_F(DuringMaintenance, TheEndOfASessionOfTheBaselineEndsNothing) {
+  SessionsAre({});
+
+  SessionWatcherTick();
+
+  EXPECT_EQ(StateGetInt(StateKey::kMaintenance), 1);
+  EXPECT_EQ(log.Text(), "");
+}
+
+TEST_F(DuringMaintenance, TheEndOfARemoteSessionEndsNothing) {
+  SessionInfo session = AdminSession();
+  session.remote = true;
+  SignsIn(session);
+
+  SignsOut();
+
+  EXPECT_EQ(StateGetInt(StateKey::kMaintenance), 1);
+  EXPECT_EQ(log.Text(), "");
+}
+
+TEST_F(DuringMaintenance, TheEndOfTheKiosksOwnSessionEndsNothing) {
+  SessionInfo session = KioskSession();
+  session.id = "c8";
+  SignsIn(session);
+
+  SignsOut();
+
+  EXPECT_EQ(StateGetInt(StateKey::kMaintenance), 1);
+}
+
+TEST_F(DuringMaintenance, AnEmptyListEndsItWhileAnAdministratorIsTracked) {
+  SignsIn(AdminSession());
+  SessionsAre({});
+
+  SessionWatcherTick();
+
+  EXPECT_EQ(log.Text(), std::string(kOverLine) + "\n");
+}
+
+TEST_F(DuringMaintenance, TheUnlockAndTheReportGoBeforeMaintenanceEnds) {
+  const std::string token = Unlock();
+  ReportLive();
+  SignsIn(AdminSession());
+  TrackAdminSession(kTestKioskSession);
+  log.Clear();
+  ops.setMaintenanceMarker = [this](bool, bool) {
+    EXPECT_TRUE(log.Has(kSignedOutLine));
+    EXPECT_TRUE(PresenceFile().starts_with(R"({"signedIn":false,"live":false,)"));
+  };
+  SessionsAre({PersonSession(), AdminSession()});
+
+  SessionWatcherTick();
+
+  EXPECT_FALSE(UnlockValid(token, kTestKioskSession));
+  EXPECT_EQ(log.Lines(), (std::vector<std::string>{kSignedOutLine, kOverLine}));
+}
+
+TEST_F(DuringMaintenance, TheWatcherHoldsNoLockWhenItEnds) {
+  SignsIn(AdminSession());
+  ops.setMaintenanceMarker = [](bool, bool) {
+    const std::vector<Mutex*> locks = {&lifecycleLock, &adminSessionsLock, &unlockLock,
+                                       &presenceLock, &stateLock};
+    OtherThread other([&locks] {
+      for (Mutex* lock : locks) {
+        lock->Lock();
+        lock->Unlock();
+      }
+      return std::string();
+    });
+    EXPECT_TRUE(Eventually([&] { return other.IsDone(); }));
+  };
+
+  SignsOut();
+
+  EXPECT_EQ(calls.Count("setMaintenanceMarker"), 1);
+}
 
 TEST_F(DuringMaintenance, ANewAdministratorsSessionIsTracked) {
   SignsIn(AdminSession());
@@ -238,6 +402,7 @@ TEST_F(SessionWatcherTickTest, ForgetsATrackedSessionThatIsGoneDuringMaintenance
   SessionWatcherTick();
 
   EXPECT_TRUE(ForgetAdminSession(kAdminSession)) << "outside maintenance nobody asks for it";
+  EXPECT_EQ(log.Text(), "");
 }
 
 class SessionWatcherTest : public SessionWatcherTickTest {

@@ -1,11 +1,13 @@
-// Since when the portal has not recognised the terminal's token.
+// A portal that does not recognise the terminal's token: a day is given, and then it ends.
 
 #include <string>
+#include <vector>
 
 #include "core/clock.h"
 #include "core/state.h"
 #include "core/units.h"
 #include "portal/check_in_test.h"
+#include "portal/identity.h"
 #include "support/save_counter.h"
 #include "support/test_clock.h"
 
@@ -15,102 +17,133 @@ namespace {
 constexpr char kFirstLine[] =
     "<4>check-in: AuthSystem does not recognise this terminal's token; "
     "kiosk mode stays unless that lasts 24 hours\n";
+constexpr char kOverADay[] =
+    "<4>check-in: the token has been unknown to AuthSystem for over 24 hours";
+constexpr char kRemoving[] =
+    "<4>removing kiosk mode: "
+    "the portal has not known this terminal for 24 hours (401, status unknown)";
 
-class RememberUnknownDeviceTest : public CheckInTest {
+class UnknownDeviceTest : public CheckInTest {
  protected:
-  static void Remember(CheckInOutcome outcome = CheckInOutcome::kUnknown) {
-    CheckInResult result;
-    result.outcome = outcome;
-    RememberUnknownDevice(result);
+  UnknownDeviceTest() {
+    Enrol();
   }
 
-  // One check-in that the portal answers with `unknown`.
-  void CheckInAsUnknown() {
+  // One check-in that the portal answers with `unknown`, and its verdict.
+  bool CheckInAsUnknown() {
     const CheckInResult result = AnsweredWith(401, R"({"status":"unknown"})");
     EXPECT_EQ(result.outcome, CheckInOutcome::kUnknown);
-    RememberUnknownDevice(result);
+    return ApplyDeviceStatus(result, kTestToken);
   }
 };
 
-TEST_F(RememberUnknownDeviceTest, StoresTheTimeOfTheFirstAnswerAndSaysSo) {
-  Remember();
+TEST_F(UnknownDeviceTest, StoresTheTimeOfTheFirstAnswerAndSaysSo) {
+  EXPECT_FALSE(CheckInAsUnknown());
 
   EXPECT_EQ(StateFile().Get("UnknownSince").Dump(), std::to_string(WallNowMs()));
   EXPECT_EQ(log.Text(), kFirstLine);
 }
 
-TEST_F(RememberUnknownDeviceTest, KeepsATimeUpToThePresentSilently) {
+TEST_F(UnknownDeviceTest, KeepsATimeWithinTheDaySilently) {
   SaveCounter saves(config.stateDir, "state.json");
   int writes = 0;
-  for (const std::int64_t sinceMs :
-       {std::int64_t{1}, WallNowMs() - 24 * kHourMs + 1, WallNowMs() - 1, WallNowMs()}) {
+  for (const std::int64_t ageMs : {24 * kHourMs - 1, std::int64_t{1}, std::int64_t{0}}) {
+    const std::int64_t sinceMs = WallNowMs() - ageMs;
     StateSetInt(StateKey::kUnknownSince, sinceMs);
     ++writes;
 
-    Remember();
+    EXPECT_FALSE(CheckInAsUnknown());
 
     EXPECT_EQ(StateGetInt(StateKey::kUnknownSince), sinceMs);
-    EXPECT_EQ(saves.Count(), writes) << sinceMs;
+    EXPECT_EQ(saves.Count(), writes) << ageMs;
   }
   EXPECT_EQ(log.Text(), "");
 }
 
-TEST_F(RememberUnknownDeviceTest, TakesATimeInTheFutureAsNotSet) {
+TEST_F(UnknownDeviceTest, RemovesTheTerminalAfterExactly24Hours) {
+  RemovalWorks();
+  EXPECT_FALSE(CheckInAsUnknown());
+  TestClock::AdvanceMs(24 * kHourMs - 1);
+  EXPECT_FALSE(CheckInAsUnknown());
+  log.Clear();
+
+  TestClock::AdvanceMs(1);
+  EXPECT_TRUE(CheckInAsUnknown());
+
+  EXPECT_EQ(log.Lines(), (std::vector<std::string>{kOverADay, kRemoving}));
+  EXPECT_EQ(CurrentDeviceToken(), "");
+  EXPECT_EQ(StateGetInt(StateKey::kUnknownSince), 0);
+}
+
+TEST_F(UnknownDeviceTest, CountsTheDayAcrossRestarts) {
+  RemovalWorks();
+  EXPECT_FALSE(CheckInAsUnknown());
+  TestClock::AdvanceMs(24 * kHourMs);
+  LoadState();
+
+  EXPECT_TRUE(CheckInAsUnknown());
+
+  EXPECT_TRUE(log.Has(kRemoving));
+}
+
+TEST_F(UnknownDeviceTest, RemovesNothingThatWasPairedAnewMeanwhile) {
+  StateSetInt(StateKey::kUnknownSince, WallNowMs() - 24 * kHourMs);
+  StateSetString(StateKey::kDeviceToken, "token of a new pairing");
+
+  EXPECT_TRUE(CheckInAsUnknown());
+
+  EXPECT_EQ(log.Text(), std::string(kOverADay) + "\n");
+  EXPECT_EQ(CurrentDeviceToken(), "token of a new pairing");
+  EXPECT_EQ(calls.Names(), std::vector<std::string>{"http"});
+}
+
+TEST_F(UnknownDeviceTest, TakesATimeInTheFutureAsNotSet) {
   StateSetInt(StateKey::kUnknownSince, WallNowMs() + 1);
 
-  Remember();
+  EXPECT_FALSE(CheckInAsUnknown());
 
   EXPECT_EQ(StateGetInt(StateKey::kUnknownSince), WallNowMs());
   EXPECT_EQ(log.Text(), kFirstLine);
 }
 
-TEST_F(RememberUnknownDeviceTest, TakesATimeThatIsNoNumberAsNotSet) {
+TEST_F(UnknownDeviceTest, TakesATimeThatIsNoNumberAsNotSet) {
   StateSetString(StateKey::kUnknownSince, "5");
 
-  Remember();
+  EXPECT_FALSE(CheckInAsUnknown());
 
   EXPECT_EQ(StateGetInt(StateKey::kUnknownSince), WallNowMs());
 }
 
-TEST_F(RememberUnknownDeviceTest, LooksAtNoOtherOutcome) {
-  for (const CheckInOutcome outcome :
-       {CheckInOutcome::kEnrolled, CheckInOutcome::kRevoked, CheckInOutcome::kFailed}) {
-    Remember(outcome);
-
-    EXPECT_EQ(StateGetInt(StateKey::kUnknownSince), 0);
-  }
-  EXPECT_EQ(log.Text(), "");
-}
-
-TEST_F(RememberUnknownDeviceTest, BeginsTheDayAnewAfterAGoodCheckIn) {
-  CheckInAsUnknown();
+TEST_F(UnknownDeviceTest, BeginsTheDayAnewAfterAGoodCheckIn) {
+  EXPECT_FALSE(CheckInAsUnknown());
   TestClock::AdvanceMs(23 * kHourMs);
-  CheckInAsUnknown();
+  EXPECT_FALSE(CheckInAsUnknown());
   EXPECT_EQ(StateGetInt(StateKey::kUnknownSince), TestClock::kStartWallMs);
 
   (void)Enrolled();
+  TestClock::AdvanceMs(kHourMs);
   log.Clear();
-  CheckInAsUnknown();
+  EXPECT_FALSE(CheckInAsUnknown());
 
-  EXPECT_EQ(StateGetInt(StateKey::kUnknownSince), TestClock::kStartWallMs + 23 * kHourMs);
+  EXPECT_EQ(StateGetInt(StateKey::kUnknownSince), TestClock::kStartWallMs + 24 * kHourMs);
   EXPECT_EQ(log.Text(), kFirstLine);
 }
 
-TEST_F(RememberUnknownDeviceTest, BeginsTheDayAnewAfterTheClockWasCorrectedBackwards) {
-  CheckInAsUnknown();
+TEST_F(UnknownDeviceTest, BeginsTheDayAnewAfterTheClockWasCorrectedBackwards) {
+  EXPECT_FALSE(CheckInAsUnknown());
   TestClock::SetWallMs(TestClock::kStartWallMs - kHourMs);
 
-  CheckInAsUnknown();
+  EXPECT_FALSE(CheckInAsUnknown());
 
   EXPECT_EQ(StateGetInt(StateKey::kUnknownSince), TestClock::kStartWallMs - kHourMs);
 }
 
-TEST_F(RememberUnknownDeviceTest, KeepsTheTimeOverFailedCheckIns) {
-  CheckInAsUnknown();
+TEST_F(UnknownDeviceTest, KeepsTheTimeOverFailedCheckIns) {
+  EXPECT_FALSE(CheckInAsUnknown());
   TestClock::AdvanceMs(kHourMs);
 
-  RememberUnknownDevice(AnsweredWith(500, "{}"));
-  RememberUnknownDevice(AnsweredWith(401, R"({"status":"revoked"})"));
+  EXPECT_FALSE(ApplyDeviceStatus(AnsweredWith(500, "{}"), kTestToken));
+  EXPECT_FALSE(ApplyDeviceStatus(AnsweredWith(401, "{}"), kTestToken));
 
   EXPECT_EQ(StateGetInt(StateKey::kUnknownSince), TestClock::kStartWallMs);
 }

@@ -125,8 +125,7 @@ TEST_F(PairCheckEnrolmentTest, AnswersUnreachableForEveryCheckInThatIsNotGood) {
     int status;
     const char* body;
   };
-  for (const Row& row :
-       {Row{500, "{}"}, Row{200, "{}"}, Row{401, "{}"}, Row{401, R"({"status":"revoked"})"}}) {
+  for (const Row& row : {Row{500, "{}"}, Row{200, "{}"}, Row{401, "{}"}, Row{403, "{}"}}) {
     StateClear(StateKey::kDeviceToken);
     Begin();
     portal.Answers(kCodePath, 200, kClaimedBody);
@@ -148,6 +147,56 @@ TEST_F(PairCheckEnrolmentTest, RemembersAPortalThatDoesNotKnowTheNewToken) {
   EXPECT_EQ(log.Lines().back(),
             "<4>check-in: AuthSystem does not recognise this terminal's token; "
             "kiosk mode stays unless that lasts 24 hours");
+}
+
+TEST_F(PairCheckEnrolmentTest, AnswersRevokedWhenThePortalTakesTheTokenBackAtOnce) {
+  portal.Answers(kCheckInPath, 401, R"({"status":"revoked"})");
+  RemovalWorks();
+
+  EXPECT_EQ(Check(), R"({"ok":false,"error":"revoked"})");
+  EXPECT_EQ(CurrentDeviceToken(), "");
+  EXPECT_TRUE(StateFile().Get(StateKey::kDeviceId).IsNull());
+  EXPECT_FALSE(IsRestartPending());
+  EXPECT_EQ(calls.Count("lookupKioskAccount"), 0);
+  EXPECT_FALSE(IsPending());
+  EXPECT_EQ(log.Lines(),
+            (std::vector<std::string>{
+                "<6>paired: device token held",
+                "<4>check-in: the portal says this terminal was removed (HTTP 401, status revoked)",
+                "<4>removing kiosk mode: removed in the portal (401, status revoked)"}));
+}
+
+TEST_F(PairCheckEnrolmentTest, AnswersRevokedAlsoWhenTheTokenWasReplacedMeanwhile) {
+  portal.AnswersWith(kCheckInPath, [](const PortalCall&) {
+    StateSetString(StateKey::kDeviceToken, "token of another pairing");
+    return Http{.ok = true, .status = 401, .body = R"({"status":"revoked"})", .error = {}};
+  });
+
+  EXPECT_EQ(Check(), R"({"ok":false,"error":"revoked"})");
+  EXPECT_EQ(CurrentDeviceToken(), "token of another pairing");
+}
+
+// The removal forgets the code under the pairing lock, which the check must have given up by then,
+// and a code that somebody was given in between with it.
+TEST_F(PairCheckEnrolmentTest, LosesACodeThatWasGivenWhileTheRemovalRan) {
+  portal.Answers(kCheckInPath, 401, R"({"status":"revoked"})");
+  RemovalWorks();
+  ops.removePower = [this] {
+    StateClear(StateKey::kDeviceToken);
+    Begin("NEWCODE1");
+  };
+
+  EXPECT_EQ(Check(), R"({"ok":false,"error":"revoked"})");
+  EXPECT_FALSE(IsPending("NEWCODE1"));
+}
+
+TEST_F(PairCheckEnrolmentTest, AnswersRevokedAfterADayOfAnUnknownToken) {
+  StateSetInt(StateKey::kUnknownSince, TestClock::kStartWallMs - 24 * kHourMs);
+  portal.Answers(kCheckInPath, 401, R"({"status":"unknown"})");
+  RemovalWorks();
+
+  EXPECT_EQ(Check(), R"({"ok":false,"error":"revoked"})");
+  EXPECT_EQ(CurrentDeviceToken(), "");
 }
 
 TEST_F(PairCheckEnrolmentTest, AnswersTheCodeOfAFailedProvisioning) {

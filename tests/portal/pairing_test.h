@@ -71,6 +71,7 @@ class PairingTest : public ServiceTest {
     AccountIsMissing();
     SetupToolMakes(kTestKioskUid);
     ops.dropAdminGroups = [] {};
+    ops.setMaintenanceMarker = [](bool, bool) {};
   }
 };
 

@@ -1,50 +1,14 @@
 #include <atomic>
-#include <functional>
 #include <memory>
 #include <string>
 #include <thread>
-#include <utility>
 #include <vector>
 
 #include "portal/pairing_test.h"
-#include "support/threads.h"
+#include "support/other_thread.h"
 
 namespace Tarnvale::KioskService {
 namespace {
-
-// A request on another connection's thread.
-class OtherConnection {
- public:
-  explicit OtherConnection(std::function<std::string()> request)
-      : thread_([this, request = std::move(request)] {
-          id_ = ThreadId();
-          reply_ = request();
-          answered_ = true;
-        }) {}
-  ~OtherConnection() {
-    if (thread_.joinable()) thread_.join();
-  }
-  OtherConnection(const OtherConnection&) = delete;
-  OtherConnection& operator=(const OtherConnection&) = delete;
-
-  [[nodiscard]] bool IsAnswered() const {
-    return answered_;
-  }
-  // It goes no further by itself: its reply is there, or it waits for a lock.
-  [[nodiscard]] bool IsAtRest() const {
-    return answered_ || (id_ != 0 && IsAsleep(id_));
-  }
-  [[nodiscard]] std::string Reply() {
-    thread_.join();
-    return reply_;
-  }
-
- private:
-  std::atomic<pid_t> id_{0};
-  std::atomic<bool> answered_{false};
-  std::string reply_;
-  std::thread thread_;  // Last: it uses the others from its start.
-};
 
 Http Answer(int status, const std::string& body = "{}") {
   return {.ok = true, .status = status, .body = body, .error = {}};
@@ -55,71 +19,71 @@ using PairingThreadsTest = PairingTest;
 TEST_F(PairingThreadsTest, SecondCheckWaitsForTheFirstAndFindsNoCode) {
   Begin();
   EnrolmentSucceeds();
-  std::unique_ptr<OtherConnection> second;
+  std::unique_ptr<OtherThread> second;
   portal.AnswersWith(kCodePath, [&](const PortalCall&) {
     if (second != nullptr) return Answer(202);  // asked by the second check, which must not ask
-    second = std::make_unique<OtherConnection>([] { return Check(); });
+    second = std::make_unique<OtherThread>([] { return Check(); });
     EXPECT_TRUE(Eventually([&] { return second->IsAtRest(); }));
-    EXPECT_FALSE(second->IsAnswered());
+    EXPECT_FALSE(second->IsDone());
     return Answer(200, kClaimedBody);
   });
 
   const std::string first = Check();
 
   EXPECT_TRUE(Json::Parse(first)->Get("provisioned").AsBool(false)) << first;
-  EXPECT_EQ(second->Reply(), kUnknownCodeReply);
+  EXPECT_EQ(second->Result(), kUnknownCodeReply);
   EXPECT_EQ(portal.CallsTo(kCodePath), 1);
 }
 
 TEST_F(PairingThreadsTest, SecondCheckWaitsForTheCheckInOfTheFirstToo) {
   Begin();
   EnrolmentSucceeds();
-  std::unique_ptr<OtherConnection> second;
+  std::unique_ptr<OtherThread> second;
   portal.AnswersWith(kCheckInPath, [&](const PortalCall&) {
-    second = std::make_unique<OtherConnection>([] { return Check(); });
+    second = std::make_unique<OtherThread>([] { return Check(); });
     EXPECT_TRUE(Eventually([&] { return second->IsAtRest(); }));
-    EXPECT_FALSE(second->IsAnswered());
+    EXPECT_FALSE(second->IsDone());
     return Answer(500);
   });
 
   (void)Check();
 
-  EXPECT_EQ(second->Reply(), kUnknownCodeReply);
+  EXPECT_EQ(second->Result(), kUnknownCodeReply);
 }
 
 TEST_F(PairingThreadsTest, BeginWaitsBehindARunningCheck) {
   Begin();
-  std::unique_ptr<OtherConnection> begin;
+  std::unique_ptr<OtherThread> begin;
   portal.AnswersWith(kCodePath, [&](const PortalCall&) {
     PortalGivesCode("NEWCODE1");
-    begin = std::make_unique<OtherConnection>([] { return PairBegin(); });
+    begin = std::make_unique<OtherThread>([] { return PairBegin(); });
     EXPECT_TRUE(Eventually([&] { return portal.CallsTo(kPairPath) == 2 && begin->IsAtRest(); }));
-    EXPECT_FALSE(begin->IsAnswered());
+    EXPECT_FALSE(begin->IsDone());
     return Answer(404);  // which forgets the old code, and must not forget the new one
   });
 
   EXPECT_EQ(Check(), R"({"ok":false,"error":"expired"})");
-  EXPECT_EQ(begin->Reply(), R"({"ok":true,"code":"NEWCODE1","expiresInSeconds":900})");
+  EXPECT_EQ(begin->Result(), R"({"ok":true,"code":"NEWCODE1","expiresInSeconds":900})");
   EXPECT_TRUE(IsPending("NEWCODE1"));
 }
 
 TEST_F(PairingThreadsTest, OtherRequestsAreAnsweredWhileTheSetupToolRuns) {
   Begin();
   EnrolmentSucceeds();
-  std::unique_ptr<OtherConnection> check;
-  std::unique_ptr<OtherConnection> begin;
+  std::unique_ptr<OtherThread> check;
+  std::unique_ptr<OtherThread> begin;
   ops.runSetupTool = [&](bool, std::string*) {
-    check = std::make_unique<OtherConnection>([] { return Check(); });
-    begin = std::make_unique<OtherConnection>([] { return PairBegin(); });
-    EXPECT_TRUE(Eventually([&] { return check->IsAnswered() && begin->IsAnswered(); }));
+    check = std::make_unique<OtherThread>([] { return Check(); });
+    begin = std::make_unique<OtherThread>([] { return PairBegin(); });
+    EXPECT_TRUE(Eventually([&] { return check->IsDone() && begin->IsDone(); }));
     AccountIs(kTestKioskUid);
     return true;
   };
 
   (void)Check();
 
-  EXPECT_EQ(check->Reply(), kUnknownCodeReply);
-  EXPECT_EQ(begin->Reply(), R"({"ok":false,"error":"already_enrolled"})");
+  EXPECT_EQ(check->Result(), kUnknownCodeReply);
+  EXPECT_EQ(begin->Result(), R"({"ok":false,"error":"already_enrolled"})");
 }
 
 TEST_F(PairingThreadsTest, ManyChecksAtOnceEnrolOnce) {

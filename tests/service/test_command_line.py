@@ -28,6 +28,8 @@ def run_to_the_end(*arguments, directory=None):
     (["--no-local-session", "--setup-tool"], b"--setup-tool"),
     (["--state-dir", "x", "--run-dir", "y", "z"], b"z"),
     (["--machine-id-path", "x"], b"--machine-id-path"),
+    (["--sleep-now", "--bogus"], b"--bogus"),
+    (["--sleep-now", "--state-dir"], b"--state-dir"),
     (["caf\u00e9 \x01%s"], "caf\u00e9 \x01%s".encode()),
 ], ids=repr)
 def test_an_unknown_argument_ends_with_status_2_before_anything_is_made(place, arguments, unknown):

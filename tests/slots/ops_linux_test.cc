@@ -22,10 +22,26 @@ TEST_F(LinuxOpsTest, FillsEverySlot) {
   EXPECT_TRUE(ops.http);
   EXPECT_TRUE(ops.lookupKioskAccount);
   EXPECT_TRUE(ops.runSetupTool);
+  EXPECT_TRUE(ops.deleteKioskAccount);
   EXPECT_TRUE(ops.listSessions);
   EXPECT_TRUE(ops.sessionOfPid);
+  EXPECT_TRUE(ops.endKioskSessions);
+  EXPECT_TRUE(ops.setMaintenanceMarker);
   EXPECT_TRUE(ops.dropAdminGroups);
+  EXPECT_TRUE(ops.suspendUntil);
   EXPECT_TRUE(ops.reboot);
+  EXPECT_TRUE(ops.applyNetwork);
+  EXPECT_TRUE(ops.ntpServer);
+  EXPECT_TRUE(ops.sntpOffset);
+  EXPECT_TRUE(ops.resyncClock);
+  EXPECT_TRUE(ops.applyPower);
+  EXPECT_TRUE(ops.removePower);
+  EXPECT_TRUE(ops.applyProxy);
+  EXPECT_TRUE(ops.runUpdates);
+  EXPECT_TRUE(ops.rebootRequired);
+  EXPECT_TRUE(ops.scheduleUpdateRestart);
+  EXPECT_TRUE(ops.takeUpdatesSchedule);
+  EXPECT_TRUE(ops.restoreUpdatesSchedule);
   EXPECT_TRUE(ops.hostName);
   EXPECT_TRUE(ops.osVersion);
   EXPECT_TRUE(ops.screenCount);
@@ -35,7 +51,7 @@ TEST_F(LinuxOpsTest, FillsEverySlot) {
 
 TEST_F(LinuxOpsTest, HasNoSlotThatThisTestForgets) {
   // One more slot needs one more line above, and here.
-  EXPECT_EQ(sizeof(Ops), 12 * sizeof(std::function<void()>));
+  EXPECT_EQ(sizeof(Ops), 28 * sizeof(std::function<void()>));
 }
 
 TEST_F(LinuxOpsTest, HoldsItsOwnCopyOfTheConfiguration) {

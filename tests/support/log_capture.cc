@@ -42,6 +42,10 @@ std::string LogCapture::Text() const {
   return ReadFrom(memory_, start_);
 }
 
+std::string LogCapture::WholeText() const {
+  return ReadFrom(memory_, 0);
+}
+
 std::vector<std::string> LogCapture::Lines() const {
   std::vector<std::string> lines;
   std::istringstream text(Text());

@@ -19,7 +19,9 @@ class LogCapture {
 
   // All that was logged since the start or the last Clear.
   [[nodiscard]] std::string Text() const;
-  // The same, line by line, without the line feeds.
+  // All that was logged since the start, whatever was cleared.
+  [[nodiscard]] std::string WholeText() const;
+  // All since the last Clear, line by line, without the line feeds.
   [[nodiscard]] std::vector<std::string> Lines() const;
   // How often exactly this line was logged.
   [[nodiscard]] int Count(const std::string& line) const;

@@ -5,9 +5,16 @@
 #include "control/dispatch.h"
 #include "core/service.h"
 #include "core/state.h"
+#include "core/text.h"
 #include "portal/identity.h"
 
 namespace Tarnvale::KioskService {
+namespace {
+
+// What is shorter stands in many a text by chance.
+constexpr std::size_t kShortestSecret = 4;
+
+}  // namespace
 
 ServiceTest::ServiceTest() : ops(StrictOps()) {
   config.stateDir = dir.At("state");
@@ -30,6 +37,16 @@ ServiceTest::ServiceTest() : ops(StrictOps()) {
   };
   UseConfig();
   LoadState();
+}
+
+ServiceTest::~ServiceTest() {
+  const std::string path = dir.At("state/state.json");
+  const std::string state = Exists(path) ? ReadText(path) : "";
+  const std::string logged = log.WholeText();
+  for (const std::string& secret : secrets_) {
+    EXPECT_EQ(logged.find(secret), std::string::npos) << secret << " was logged";
+    EXPECT_EQ(state.find(secret), std::string::npos) << secret << " is in the state";
+  }
 }
 
 void ServiceTest::UseConfig() {
@@ -82,6 +99,30 @@ void ServiceTest::SetupToolMakes(unsigned uid) {
     AccountIs(uid);
     return true;
   };
+  ops.setMaintenanceMarker = [](bool allowKiosk, bool startKiosk) {
+    EXPECT_TRUE(allowKiosk);
+    EXPECT_FALSE(startKiosk);
+  };
+}
+
+void ServiceTest::RemovalWorks() {
+  ops.runSetupTool = [](bool enable, std::string* detail) {
+    EXPECT_FALSE(enable);
+    detail->clear();
+    return true;
+  };
+  ops.removePower = [] {};
+  ops.restoreUpdatesSchedule = [] {};
+  ops.endKioskSessions = [](bool wait) { EXPECT_TRUE(wait); };
+  ops.deleteKioskAccount = [this] {
+    AccountIsMissing();
+    return true;
+  };
+}
+
+void ServiceTest::AccountCannotBeDeleted() {
+  RemovalWorks();
+  ops.deleteKioskAccount = [] { return false; };
 }
 
 void ServiceTest::SessionsAre(std::vector<SessionInfo> sessions) {
@@ -130,6 +171,35 @@ Caller ServiceTest::Kiosk() {
 
 Caller ServiceTest::Root() {
   return {.root = true, .uid = 0, .pid = 4003, .session = {}};
+}
+
+void ServiceTest::ExitPasswordIs(const std::string& password) {
+  KeepSecret(Trim(password));
+  Json reply = Json::Object();
+  reply.Set("status", "enrolled");
+  reply.Set("exitPassword", password);
+  portal.Answers(kCheckInPath, 200, reply.Dump());
+}
+
+std::string ServiceTest::Unlock() {
+  if (CurrentDeviceToken().empty()) Enrol();
+  if (StateGetInt(StateKey::kProvisioned) != 1) Provision();
+  SessionsAre({PersonSession(), KioskSession()});
+  ExitPasswordIs(kTestExitPassword);
+  Json request = Json::Object();
+  request.Set("cmd", "unlock");
+  request.Set("password", kTestExitPassword);
+  const Json reply = Send(request.Dump(), Kiosk());
+  const std::string token = reply.Get("unlockToken").AsString("");
+  EXPECT_FALSE(token.empty()) << reply.Dump();
+  KeepSecret(token);
+  calls.Clear();
+  log.Clear();
+  return token;
+}
+
+void ServiceTest::KeepSecret(const std::string& text) {
+  if (text.size() >= kShortestSecret) secrets_.push_back(text);
 }
 
 Json ServiceTest::Send(const std::string& request, const Caller& caller) {

@@ -28,6 +28,7 @@ namespace Tarnvale::KioskService {
 
 inline constexpr char kTestMachineId[] = "0123456789abcdef0123456789abcdef\n";
 inline constexpr char kTestToken[] = "token-of-the-test";
+inline constexpr char kTestExitPassword[] = "Exit-Password-7";
 inline constexpr unsigned kTestKioskUid = 1501;
 inline constexpr unsigned kTestPersonUid = 1000;
 inline constexpr char kTestKioskSession[] = "c7";
@@ -38,6 +39,8 @@ inline constexpr char kPairPath[] = "/api/kiosk/pair";
 class ServiceTest : public ::testing::Test {
  protected:
   ServiceTest();
+  // Fails the test when a secret is found in its log or in the state file.
+  ~ServiceTest() override;
 
   // Hands `config` to the service; a test that changes it calls this again.
   void UseConfig();
@@ -56,8 +59,12 @@ class ServiceTest : public ::testing::Test {
   void AccountIs(unsigned uid, const std::string& comment = "Tarnvale kiosk");
   void AccountIsMissing();
   void AccountLookupFails();
-  // The setup tool succeeds and makes an account of this uid.
+  // The setup tool succeeds and makes an account of this uid; the kiosk session is let start.
   void SetupToolMakes(unsigned uid);
+  // Fills the slots of a removal: each step succeeds, and the account is gone afterwards.
+  void RemovalWorks();
+  // As RemovalWorks, but the account is still there.
+  void AccountCannotBeDeleted();
 
   // Fills the session slots with these sessions; no process is in any of them until CallerIsIn.
   void SessionsAre(std::vector<SessionInfo> sessions);
@@ -71,6 +78,15 @@ class ServiceTest : public ::testing::Test {
   [[nodiscard]] static Caller Kiosk();
   [[nodiscard]] static Caller Root();
 
+  // From now on the portal answers a check-in: enrolled, and this is the exit password.
+  void ExitPasswordIs(const std::string& password);
+  // Unlocks the terminal's settings for the session of Kiosk(), by its request, and returns the
+  // token. Enrols and provisions the terminal first if it is not, and lets that session exist. What
+  // all this has called and logged is no longer in `calls` and `log`.
+  std::string Unlock();
+  // From now on the log and the state must not hold this text.
+  void KeepSecret(const std::string& text);
+
   // One request by this caller, straight to the dispatcher; the reply must be JSON. What the
   // handler left to do after the reply is in `after`.
   Json Send(const std::string& request, const Caller& caller);
@@ -82,6 +98,9 @@ class ServiceTest : public ::testing::Test {
   FakePortal portal;
   LogCapture log;
   std::function<void()> after;
+
+ private:
+  std::vector<std::string> secrets_;
 };
 
 // "" for a missing `error`, so that a test can expect it to be empty.

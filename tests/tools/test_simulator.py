@@ -1,98 +1,12 @@
 """The simulator from outside, with the portal stand-in that claims every code at once."""
 
-import http.client
 import json
 import signal
-import subprocess
-import threading
 
 import pytest
 
-from programs import DEADLINE_SECONDS, IS_ROOT, KIOSKCTL, SIMULATOR, TOOLS_DIR, Place, connect, read_json, run, wait_until
-
-OK, CANNOT_START, USAGE = 0, 1, 2
-# Nobody here has it, so that the one who runs the tests stays a person to the service.
-KIOSK_UID = 60000
-
-
-class Simulator:
-    def __init__(self, directory, *options):
-        self.directory = directory
-        self.socket = directory / "kiosk.sock"
-        self.lines = []
-        self.process = subprocess.Popen(
-            [SIMULATOR, "--dir", directory, "--kiosk-uid", str(KIOSK_UID), *options],
-            stdin=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True,
-        )
-        self._reader = threading.Thread(target=self._read, daemon=True)
-        self._reader.start()
-        self.wait_for_line("listening on")
-
-    def _read(self):
-        with self.process.stderr as stream:
-            for line in stream:
-                self.lines.append(line)
-
-    def wait_for_line(self, text, times=1):
-        wait_until(lambda: sum(text in line for line in self.lines) >= times, f"{text!r} in the log")
-
-    def send(self, *words, uid=None):
-        as_user = [] if uid is None else ["--uid", uid]
-        return json.loads(run(KIOSKCTL, "--socket", self.socket, *as_user, "send", *words).stdout)
-
-    def enrol(self):
-        uid = 65534 if IS_ROOT else None
-        code = self.send("pair.begin", uid=uid)["code"]
-        assert self.send("pair.check", f"code={code}", uid=uid)["restarting"]
-
-    def ask_to_restart(self):
-        assert self.send("restart.now") == {"ok": True}
-
-    def terminal(self):
-        return read_json(self.directory / "terminal.json")
-
-    def end(self, number=signal.SIGTERM):
-        self.process.send_signal(number)
-        return self.wait()
-
-    def wait(self):
-        status = self.process.wait(DEADLINE_SECONDS)
-        self._reader.join(DEADLINE_SECONDS)
-        return status
-
-
-@pytest.fixture
-def place():
-    directory = Place()
-    yield directory.path
-    directory.close()
-
-
-@pytest.fixture
-def portal():
-    process = subprocess.Popen(
-        [TOOLS_DIR / "portal" / "portal", "--port", "0", "--quiet", "--auto-claim", "0"],
-        stdout=subprocess.PIPE, text=True,
-    )
-    yield process.stdout.readline().removeprefix("listening on ").strip()
-    process.terminate()
-    process.wait()
-    process.stdout.close()
-
-
-@pytest.fixture
-def switch_on(place, portal):
-    """Starts simulators in a directory of the test's own, "t1" unless told otherwise."""
-    started = []
-
-    def start(*options, name="t1"):
-        started.append(Simulator(place / name, "--auth-base", portal, *options))
-        return started[-1]
-
-    yield start
-    for simulator in started:
-        simulator.process.kill()
-        simulator.wait()
+from programs import IS_ROOT, NOBODY_UID, SIMULATOR, connect, read_json, run
+from simulated import FAILED, KIOSK_UID, OK, USAGE, ask
 
 
 def test_keeps_all_its_files_in_its_directory(switch_on, place):
@@ -100,7 +14,7 @@ def test_keeps_all_its_files_in_its_directory(switch_on, place):
 
     assert [entry.name for entry in place.iterdir()] == ["t1"]
     names = sorted(entry.name for entry in simulator.directory.iterdir())
-    assert names == ["client", "kiosk.sock", "machine-id", "run", "state", "terminal.json"]
+    assert names == ["client", "kiosk.sock", "machine-id", "run", "state", "terminal.json", "terminal.lock"]
 
 
 def test_admits_callers_by_a_first_state(switch_on):
@@ -161,9 +75,9 @@ def test_gives_the_kiosk_session_to_the_kiosk_account_alone(switch_on):
     simulator.ask_to_restart()
     simulator.wait_for_line("listening on", times=2)
 
-    sessions = {uid: simulator.send("status", uid=uid)["kioskSession"] for uid in (KIOSK_UID, 65534, 0)}
+    sessions = {uid: simulator.send("status", uid=uid)["kioskSession"] for uid in (KIOSK_UID, NOBODY_UID, 0)}
 
-    assert sessions == {KIOSK_UID: True, 65534: False, 0: False}
+    assert sessions == {KIOSK_UID: True, NOBODY_UID: False, 0: False}
 
 
 def test_goes_on_where_it_was_after_a_stop(switch_on):
@@ -217,7 +131,7 @@ def test_shares_its_directory_with_nobody(switch_on):
 
     second = run(SIMULATOR, "--dir", simulator.directory)
 
-    assert second.returncode == CANNOT_START
+    assert second.returncode == FAILED
     assert "another simulator does" in second.stderr
     assert simulator.send("status")["ok"]
 
@@ -249,12 +163,3 @@ def test_tells_about_itself():
 def wait_until_accepted(simulator):
     """Connections are accepted in their order, so one that is answered came after the ones before it."""
     assert simulator.send("status")["ok"]
-
-
-def ask(portal, path):
-    connection = http.client.HTTPConnection(portal.removeprefix("http://"), timeout=DEADLINE_SECONDS)
-    try:
-        connection.request("GET", path)
-        return json.loads(connection.getresponse().read())
-    finally:
-        connection.close()

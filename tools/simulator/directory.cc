@@ -4,6 +4,7 @@
 #include <sys/file.h>
 #include <sys/random.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <array>
 #include <cerrno>
@@ -99,6 +100,11 @@ Descriptor PrepareDirectory(const Options& options) {
   Descriptor directory = TakeDirectory(options.dir);
   if (!directory.IsOpen() || !Fill(options)) return {};
   return directory;
+}
+
+void EmptyRunDirectory(const Config& config) {
+  for (const char* const name : {"/kiosk-maintenance", "/kiosk-presence.json"})
+    (void)::unlink((config.runDir + name).c_str());  // gone is what is wanted
 }
 
 }  // namespace Tarnvale::KioskService::Simulator

@@ -15,6 +15,8 @@
 #include "control/server.h"
 #include "core/descriptor.h"
 #include "core/run_service.h"
+#include "device/scheduled_sleep.h"
+#include "simulator/console.h"
 #include "simulator/directory.h"
 #include "simulator/options.h"
 #include "simulator/restart.h"
@@ -36,6 +38,11 @@ Ops MakeOps(const Config& /*config*/) {
   return SimulatorOps(options);
 }
 
+// For a process that serves nobody and so leaves the signals alone.
+Ops MakeSleepOps(const Config& /*config*/) {
+  return SimulatorOps(options);
+}
+
 bool ParseArguments(int argc, char** argv) {
   const std::span<const char* const> arguments(argv + 1, static_cast<std::size_t>(argc - 1));
   std::string problem;
@@ -49,17 +56,30 @@ bool ParseArguments(int argc, char** argv) {
 int RunTerminal(char** argv) {
   const Descriptor directory = PrepareDirectory(options);
   if (!directory.IsOpen()) return kExitCannotStart;
-  if (!OpenTerminal(options.dir + "/terminal.json", options.boot)) return kExitCannotStart;
+  if (!OpenTerminal(options.dir)) return kExitCannotStart;
+  if (BootWhenDue(options.boot)) EmptyRunDirectory(options.config);
   const int status = RunService(options.config, MakeOps);
   return GetTerminal().restarting ? RestartProgram(argv) : status;
+}
+
+int SleepNow() {
+  if (OpenExistingTerminal(options.dir)) return ScheduledSleep(options.config, MakeSleepOps);
+  (void)std::fprintf(stderr, "tarnvale-kiosk-simulator: there is no terminal in %s\n",
+                     options.dir.c_str());
+  return kExitCannotStart;
+}
+
+int ShowHelp() {
+  (void)std::fputs(kHelpText, stdout);  // nobody reads it when that fails
+  return kExitOk;
 }
 
 int Main(int argc, char** argv) {
   AllowStopSignals();
   if (!ParseArguments(argc, argv)) return kExitUsage;
-  if (!options.help) return RunTerminal(argv);
-  (void)std::fputs(kHelpText, stdout);  // nobody reads it when that fails
-  return kExitOk;
+  if (options.help) return ShowHelp();
+  if (options.console) return RunConsole(options.dir, *options.console);
+  return options.sleepNow ? SleepNow() : RunTerminal(argv);
 }
 
 }  // namespace

@@ -60,15 +60,25 @@ bool TakeHostName(std::string_view value, Options& options, std::string& problem
   return true;
 }
 
+bool TakeConsole(std::string_view value, Options& options, std::string& problem) {
+  if (value == "sign-in") options.console = ConsoleAction::kSignIn;
+  if (value == "sign-out") options.console = ConsoleAction::kSignOut;
+  if (value == "restart") options.console = ConsoleAction::kRestart;
+  const bool known = value == "sign-in" || value == "sign-out" || value == "restart";
+  if (!known) problem = "--console takes sign-in, sign-out or restart";
+  return known;
+}
+
 bool IsOwnValueOption(std::string_view argument) {
   return argument == "--dir" || argument == "--screens" || argument == "--host-name" ||
-         argument == "--kiosk-uid";
+         argument == "--kiosk-uid" || argument == "--console";
 }
 
 bool TakeOwnValue(std::string_view name, std::string_view value, Options& options,
                   std::string& problem) {
   if (name == "--screens") return TakeScreens(value, options, problem);
   if (name == "--kiosk-uid") return TakeKioskUid(value, options, problem);
+  if (name == "--console") return TakeConsole(value, options, problem);
   if (name == "--host-name") return TakeHostName(value, options, problem);
   options.dir = value;
   return true;
@@ -80,8 +90,13 @@ bool TakeOwnFlag(std::string_view argument, Options& options) {
   return argument == "--boot" || argument == "--help";
 }
 
-// Takes the simulator's own options and leaves the service's in `rest`. All of those but one take a
-// value, which goes along whatever it looks like.
+// Those of the service's options that take no value.
+bool IsServiceFlag(std::string_view argument) {
+  return argument == "--no-local-session" || argument == "--sleep-now";
+}
+
+// Takes the simulator's own options and leaves the service's in `rest`. Most of those take a value,
+// which goes along whatever it looks like.
 bool SplitOwnOptions(std::span<const char* const> arguments, Options& options,
                      std::vector<const char*>& rest, std::string& problem) {
   for (std::size_t i = 0; i < arguments.size(); ++i) {
@@ -97,7 +112,7 @@ bool SplitOwnOptions(std::span<const char* const> arguments, Options& options,
       continue;
     }
     rest.push_back(arguments[i]);
-    if (argument != "--no-local-session" && !isLast) rest.push_back(arguments[++i]);
+    if (!IsServiceFlag(argument) && !isLast) rest.push_back(arguments[++i]);
   }
   return true;
 }
@@ -134,9 +149,9 @@ void MakePathsAbsolute(const std::string& workingDir, Config& config) {
 }
 
 bool ParseServiceOptions(const std::vector<const char*>& rest, const std::string& workingDir,
-                         Config& config, std::string& problem) {
+                         Config& config, bool& sleepNow, std::string& problem) {
   std::string unknown;
-  if (!ParseCommandLine(rest, config, unknown)) {
+  if (!ParseCommandLine(rest, config, sleepNow, unknown)) {
     problem = "unknown argument " + unknown;
     return false;
   }
@@ -163,7 +178,7 @@ bool ParseOptions(std::span<const char* const> arguments, const std::string& wor
     options.hostName = std::filesystem::path(options.dir).filename().string();
   }
   options.config = PathsBelow(options.dir);
-  return ParseServiceOptions(rest, workingDir, options.config, problem);
+  return ParseServiceOptions(rest, workingDir, options.config, options.sleepNow, problem);
 }
 
 const char kHelpText[] =
@@ -177,6 +192,8 @@ restarts nothing but itself. tools/simulator/README.md tells how to work with it
   --host-name NAME   the terminal's host name (the name of DIR)
   --kiosk-uid N      uid of the kiosk account (your own; 60000 for root)
   --boot             start as after a restart of the terminal
+  --console ACTION   act at the console of the terminal in DIR, whose simulator may be running:
+                     sign-in, sign-out or restart
   --help             this text
 
 The service's own options are taken as well. Their defaults:
@@ -187,6 +204,8 @@ The service's own options are taken as well. Their defaults:
   --branding-dir PATH  DIR/branding       --etc-dir PATH    DIR/etc
   --client PATH      DIR/client           --setup-tool PATH DIR/setup-tool, not used
   --kiosk-user NAME  tarnvale-kiosk       --no-local-session
+  --sleep-now        be the job behind the sleep timer of the terminal in DIR, whose simulator may
+                     be running
 )";
 
 }  // namespace Tarnvale::KioskService::Simulator

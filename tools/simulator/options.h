@@ -12,12 +12,17 @@
 
 namespace Tarnvale::KioskService::Simulator {
 
+// What a person does at the console of a terminal.
+enum class ConsoleAction { kSignIn, kSignOut, kRestart };
+
 struct Options {
   std::string dir;  // Absolute; everything that is written is below it, unless an option says else.
   int screens = 1;
   std::string hostName;                   // The name of `dir` unless given.
   std::optional<std::uint32_t> kioskUid;  // The uid that the kiosk account gets.
   bool boot = false;                      // Start as after a restart of the terminal.
+  std::optional<ConsoleAction> console;   // Act on the terminal of `dir`, and nothing else.
+  bool sleepNow = false;                  // Be the one-shot job behind the sleep timer.
   bool help = false;
   Config config;  // The service's, with its paths below `dir`.
 };
@@ -28,6 +33,7 @@ struct Options {
 //
 //   --dir t1                     all paths below WORKINGDIR/t1, host name "t1"
 //   --dir t1 --socket /tmp/s     the service's options as the service takes them
+//   --dir t1 --console sign-in   no simulator: a person at that terminal
 //   --dir t1 --screens 0         false: a terminal has at least one screen
 //   --screens 2                  false: --dir is missing
 [[nodiscard]] bool ParseOptions(std::span<const char* const> arguments,

@@ -6,8 +6,12 @@ Ops SimulatorOps(const Options& options) {
   Ops ops;
   FillPortalSlots(ops);
   FillAccountSlots(ops, options);
-  FillSessionSlots(ops);
-  FillPowerSlots(ops);
+  FillSessionSlots(ops, options);
+  FillPowerSlots(ops, options);
+  FillNetworkSlots(ops);
+  FillTimeSlots(ops);
+  FillProxySlots(ops, options);
+  FillUpdatesSlots(ops);
   FillFactSlots(ops, options);
   return ops;
 }

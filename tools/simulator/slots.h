@@ -18,9 +18,21 @@ namespace Tarnvale::KioskService::Simulator {
 // One function for each file of slots.
 void FillPortalSlots(Ops& ops);
 void FillAccountSlots(Ops& ops, const Options& options);
-void FillSessionSlots(Ops& ops);
-void FillPowerSlots(Ops& ops);
+void FillSessionSlots(Ops& ops, const Options& options);
+void FillPowerSlots(Ops& ops, const Options& options);
+void FillNetworkSlots(Ops& ops);
+void FillTimeSlots(Ops& ops);
+void FillProxySlots(Ops& ops, const Options& options);
+void FillUpdatesSlots(Ops& ops);
 void FillFactSlots(Ops& ops, const Options& options);
+
+// Takes the terminal down for a restart that is due. The service's look at the sessions, every two
+// seconds, is what gives a simulated terminal that occasion.
+void RestartWhenDue();
+
+// Replaces a file in the directory of what the kiosk session's environment is made of, and makes
+// that directory. A failure is logged by the writer.
+void WriteEtcFile(const std::string& etcDir, const std::string& name, const std::string& text);
 
 }  // namespace Tarnvale::KioskService::Simulator
 

@@ -1,4 +1,5 @@
-// The slots of the kiosk account: lookupKioskAccount, runSetupTool, dropAdminGroups.
+// The slots of the kiosk account: lookupKioskAccount, runSetupTool, dropAdminGroups,
+// deleteKioskAccount.
 
 #include <unistd.h>
 
@@ -38,8 +39,19 @@ bool Enable(const KioskAccount& account) {
 
 bool Disable() {
   ChangeTerminal(DisableKiosk);
-  Log("<6>simulator: setup tool: no kiosk account any more\n");
+  Log("<6>simulator: setup tool: nobody signs in by themselves any more\n");
   return true;
+}
+
+bool Delete(const std::string& user) {
+  bool deleted = false;
+  ChangeTerminal([&](Terminal& terminal) { deleted = DeleteKioskAccount(terminal); });
+  if (deleted) {
+    Log("<6>simulator: userdel: there is no %s any more\n", user.c_str());
+  } else {
+    Log("<4>simulator: userdel: %s is signed in\n", user.c_str());
+  }
+  return deleted;
 }
 
 }  // namespace
@@ -55,6 +67,7 @@ void FillAccountSlots(Ops& ops, const Options& options) {
   };
   // The simulated account is never in such a group; saying so at each check-in would hide the rest.
   ops.dropAdminGroups = [] {};
+  ops.deleteKioskAccount = [user = account.name] { return Delete(user); };
 }
 
 }  // namespace Tarnvale::KioskService::Simulator

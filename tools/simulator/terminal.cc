@@ -2,13 +2,10 @@
 
 #include <algorithm>
 
-#include "json/json.h"
-
 namespace Tarnvale::KioskService::Simulator {
 namespace {
 
 constexpr char kPersonName[] = "person";
-constexpr char kKioskWord[] = "kiosk";
 // What logind says of everybody who signs in at the console, the kiosk account included.
 constexpr char kUserClass[] = "user";
 constexpr std::uint32_t kFirstPersonUid = 1000;
@@ -19,6 +16,15 @@ std::uint32_t PersonUid(const Terminal& terminal) {
   return taken ? kFirstPersonUid + 1 : kFirstPersonUid;
 }
 
+bool IsKioskAtConsole(const Terminal& terminal) {
+  return terminal.atConsole == AtConsole::kKiosk && terminal.account;
+}
+
+void BeginSession(Terminal& terminal, AtConsole who) {
+  terminal.atConsole = who;
+  ++terminal.sessionNumber;
+}
+
 SessionInfo ConsoleSession(const Terminal& terminal) {
   SessionInfo session;
   session.id = std::to_string(terminal.sessionNumber);
@@ -26,24 +32,10 @@ SessionInfo ConsoleSession(const Terminal& terminal) {
   session.active = true;
   session.sessionClass = kUserClass;
   session.tty = "tty1";
-  const bool kiosk = terminal.atConsole == AtConsole::kKiosk && terminal.account;
+  const bool kiosk = IsKioskAtConsole(terminal);
   session.uid = kiosk ? terminal.account->uid : PersonUid(terminal);
   session.name = kiosk ? terminal.account->name : kPersonName;
   return session;
-}
-
-std::optional<KioskAccount> ParseAccount(const Json& value) {
-  if (!value.IsObject()) return std::nullopt;
-  return KioskAccount{.name = value.Get("name").AsString(""),
-                      .uid = static_cast<std::uint32_t>(value.Get("uid").AsInt(kUnknownUid))};
-}
-
-Json AccountToJson(const std::optional<KioskAccount>& account) {
-  if (!account) return {};
-  Json value = Json::Object();
-  value.Set("name", account->name);
-  value.Set("uid", std::int64_t{account->uid});
-  return value;
 }
 
 }  // namespace
@@ -51,50 +43,70 @@ Json AccountToJson(const std::optional<KioskAccount>& account) {
 void Boot(Terminal& terminal, std::int64_t nowMs) {
   terminal.bootedAtMs = std::max(nowMs, terminal.bootedAtMs + 1);
   terminal.restarting = false;
-  terminal.atConsole = terminal.account ? AtConsole::kKiosk : AtConsole::kPerson;
-  ++terminal.sessionNumber;
+  terminal.restartAtMs = 0;
+  terminal.packages.restartRequired = false;
+  const bool kiosk = terminal.account && terminal.account->signsIn;
+  BeginSession(terminal, kiosk ? AtConsole::kKiosk : AtConsole::kPerson);
+}
+
+bool IsRestartDue(const Terminal& terminal, std::int64_t nowMs) {
+  return terminal.restarting || (terminal.restartAtMs != 0 && terminal.restartAtMs <= nowMs);
 }
 
 void EnableKiosk(Terminal& terminal, const KioskAccount& account) {
   const bool exists = terminal.account && terminal.account->name == account.name;
   if (!exists) terminal.account = account;
+  terminal.account->signsIn = true;
 }
 
 void DisableKiosk(Terminal& terminal) {
+  if (terminal.account) terminal.account->signsIn = false;
+}
+
+bool DeleteKioskAccount(Terminal& terminal) {
+  if (IsKioskAtConsole(terminal)) return false;
   terminal.account.reset();
+  return true;
+}
+
+void StartKioskSession(Terminal& terminal) {
+  if (!terminal.account || IsKioskAtConsole(terminal)) return;
+  BeginSession(terminal, AtConsole::kKiosk);
+}
+
+void EndKioskSession(Terminal& terminal) {
+  if (IsKioskAtConsole(terminal)) terminal.atConsole = AtConsole::kNobody;
+}
+
+std::string SignIn(Terminal& terminal) {
+  if (terminal.atConsole == AtConsole::kKiosk) return "the kiosk session is at the console";
+  if (terminal.atConsole == AtConsole::kPerson) return "a person is signed in already";
+  BeginSession(terminal, AtConsole::kPerson);
+  return {};
+}
+
+std::string SignOut(Terminal& terminal) {
+  if (terminal.atConsole == AtConsole::kKiosk) return "the kiosk session is at the console";
+  if (terminal.atConsole == AtConsole::kNobody) return "nobody is signed in";
+  terminal.atConsole = AtConsole::kNobody;
+  return {};
+}
+
+std::string DescribeConsole(const Terminal& terminal) {
+  if (terminal.atConsole == AtConsole::kNobody) return "nobody is signed in at the console";
+  const std::string who = IsKioskAtConsole(terminal) ? "the kiosk account" : "a person";
+  return who + " is signed in at the console, session " + std::to_string(terminal.sessionNumber);
 }
 
 std::vector<SessionInfo> SessionsOf(const Terminal& terminal) {
+  if (terminal.atConsole == AtConsole::kNobody) return {};
   return {ConsoleSession(terminal)};
 }
 
 std::optional<SessionInfo> SessionOfUid(const Terminal& terminal, std::uint32_t uid) {
-  const bool inKioskMode = terminal.atConsole == AtConsole::kKiosk && terminal.account;
-  if (inKioskMode && uid != terminal.account->uid) return std::nullopt;
+  if (terminal.atConsole == AtConsole::kNobody) return std::nullopt;
+  if (IsKioskAtConsole(terminal) && uid != terminal.account->uid) return std::nullopt;
   return ConsoleSession(terminal);
-}
-
-std::string DumpTerminal(const Terminal& terminal) {
-  Json value = Json::Object();
-  value.Set("bootedAtMs", terminal.bootedAtMs);
-  value.Set("restarting", terminal.restarting);
-  value.Set("atConsole", terminal.atConsole == AtConsole::kKiosk ? kKioskWord : kPersonName);
-  value.Set("sessionNumber", terminal.sessionNumber);
-  value.Set("account", AccountToJson(terminal.account));
-  return value.Dump() + "\n";
-}
-
-std::optional<Terminal> ParseTerminal(std::string_view text) {
-  const std::optional<Json> value = Json::Parse(text);
-  if (!value || !value->Get("bootedAtMs").IsNumber()) return std::nullopt;
-  return Terminal{
-      .bootedAtMs = value->Get("bootedAtMs").AsInt(0),
-      .restarting = value->Get("restarting").AsBool(false),
-      .atConsole = value->Get("atConsole").AsString("") == kKioskWord ? AtConsole::kKiosk
-                                                                      : AtConsole::kPerson,
-      .sessionNumber = static_cast<int>(value->Get("sessionNumber").AsInt(1)),
-      .account = ParseAccount(value->Get("account")),
-  };
 }
 
 }  // namespace Tarnvale::KioskService::Simulator

@@ -7,7 +7,6 @@
 namespace Tarnvale::KioskService {
 namespace {
 
-constexpr char kLogindName[] = "org.freedesktop.login1";
 constexpr char kLogindError[] = "org.freedesktop.login1.Refused";
 constexpr int kPatienceMs = 30'000;
 
@@ -19,10 +18,10 @@ GDBusConnection* Connect(const std::string& address) {
 }
 
 // On the stand-in's own connection, so it is no call of the service's.
-bool TakeName(GDBusConnection* connection) {
+bool TakeName(GDBusConnection* connection, const char* name) {
   GDBusMessage* const call = g_dbus_message_new_method_call(
       "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "RequestName");
-  g_dbus_message_set_body(call, g_variant_new("(su)", kLogindName, 0U));
+  g_dbus_message_set_body(call, g_variant_new("(su)", name, 0U));
   GDBusMessage* const reply = g_dbus_connection_send_message_with_reply_sync(
       connection, call, G_DBUS_SEND_MESSAGE_FLAGS_NONE, kPatienceMs, nullptr, nullptr, nullptr);
   const bool taken = reply != nullptr;
@@ -42,7 +41,7 @@ std::string PrintBody(GDBusMessage* message) {
 
 }  // namespace
 
-StandInLogind::StandInLogind(PrivateBus& bus) : connection_(nullptr) {
+StandInLogind::StandInLogind(PrivateBus& bus, const char* name) : connection_(nullptr) {
   bus.Start();
   connection_ = Connect(bus.Address());
   if (connection_ == nullptr) {
@@ -50,7 +49,7 @@ StandInLogind::StandInLogind(PrivateBus& bus) : connection_(nullptr) {
     return;
   }
   filter_ = g_dbus_connection_add_filter(connection_, &OnMessage, this, nullptr);
-  EXPECT_TRUE(TakeName(connection_));
+  EXPECT_TRUE(TakeName(connection_, name));
 }
 
 StandInLogind::~StandInLogind() {

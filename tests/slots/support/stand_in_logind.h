@@ -1,4 +1,5 @@
 // A logind on a private bus that answers what the test tells it to, and keeps what it was asked.
+// Under another name it stands in for another service of the system.
 
 #ifndef TARNVALE_KIOSKD_TESTS_SLOTS_SUPPORT_STAND_IN_LOGIND_H_
 #define TARNVALE_KIOSKD_TESTS_SLOTS_SUPPORT_STAND_IN_LOGIND_H_
@@ -17,7 +18,7 @@ namespace Tarnvale::KioskService {
 class StandInLogind {
  public:
   // Starts the bus, too.
-  explicit StandInLogind(PrivateBus& bus);
+  explicit StandInLogind(PrivateBus& bus, const char* name = "org.freedesktop.login1");
   ~StandInLogind();
   StandInLogind(const StandInLogind&) = delete;
   StandInLogind& operator=(const StandInLogind&) = delete;

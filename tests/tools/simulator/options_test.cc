@@ -29,6 +29,8 @@ TEST(SimulatorOptions, PutEverythingBelowTheDirectory) {
   EXPECT_EQ(options.screens, 1);
   EXPECT_FALSE(options.kioskUid);
   EXPECT_FALSE(options.boot);
+  EXPECT_FALSE(options.console);
+  EXPECT_FALSE(options.sleepNow);
   const Config& config = options.config;
   for (const std::string& path :
        {config.stateDir, config.runDir, config.socket, config.brandingDir, config.etcDir,
@@ -64,6 +66,30 @@ TEST(SimulatorOptions, LeaveAValueOfTheServicesOptionsAlone) {
   EXPECT_EQ(options.dir, "/here/t1");
 }
 
+TEST(SimulatorOptions, TakeWhatAPersonDoesAtTheConsole) {
+  const struct {
+    const char* word;
+    ConsoleAction action;
+  } rows[] = {{"sign-in", ConsoleAction::kSignIn},
+              {"sign-out", ConsoleAction::kSignOut},
+              {"restart", ConsoleAction::kRestart}};
+
+  for (const auto& row : rows) {
+    Options options;
+    ASSERT_TRUE(Parse({"--dir", "t1", "--console", row.word}, options)) << row.word;
+    EXPECT_EQ(options.console, row.action) << row.word;
+  }
+}
+
+TEST(SimulatorOptions, TakeTheFlagOfTheSleepTimersJob) {
+  Options options;
+
+  ASSERT_TRUE(Parse({"--sleep-now", "--dir", "t1"}, options));
+
+  EXPECT_TRUE(options.sleepNow);
+  EXPECT_EQ(options.dir, "/here/t1");
+}
+
 TEST(SimulatorOptions, MakePathsOfTheServiceAbsolute) {
   Options options;
 
@@ -94,6 +120,8 @@ TEST(SimulatorOptions, RefuseWhatTheyDoNotKnow) {
       {{"--dir", "t1", "--screens", "0"}, "--screens takes a number from 1 to 16"},
       {{"--dir", "t1", "--screens", "17"}, "--screens takes a number from 1 to 16"},
       {{"--dir", "t1", "--screens", "2x"}, "--screens takes a number from 1 to 16"},
+      {{"--dir", "t1", "--console"}, "--console takes a value"},
+      {{"--dir", "t1", "--console", "login"}, "--console takes sign-in, sign-out or restart"},
       {{"--kiosk-uid", "0"}, "--kiosk-uid takes the number of a user other than root"},
       {{"--kiosk-uid", "4294967295"}, "--kiosk-uid takes the number of a user other than root"},
   };

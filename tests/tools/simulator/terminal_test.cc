@@ -13,7 +13,7 @@ constexpr std::uint32_t kOtherUid = 1234;
 const KioskAccount kAccount = {.name = "tarnvale-kiosk", .uid = kKioskUid};
 
 Terminal NewTerminal() {
-  return {.bootedAtMs = 1000, .account = {}};
+  return {.bootedAtMs = 1000};
 }
 
 Terminal KioskTerminal() {
@@ -70,13 +70,132 @@ TEST(SimulatedTerminal, SignsTheKioskAccountInAtStartup) {
   EXPECT_FALSE(SessionOfUid(terminal, 0));
 }
 
-TEST(SimulatedTerminal, SignsThePersonInAtStartupOnceTheAccountIsGone) {
+TEST(SimulatedTerminal, SignsThePersonInAtStartupOnceTheSetupToolHasUndoneIt) {
   Terminal terminal = KioskTerminal();
 
   DisableKiosk(terminal);
   Boot(terminal, 3000);
 
   EXPECT_EQ(SessionsOf(terminal)[0].name, "person");
+  EXPECT_TRUE(terminal.account);
+}
+
+TEST(SimulatedTerminal, KeepsAnAccountWhoseSessionIsAtTheConsole) {
+  Terminal terminal = KioskTerminal();
+
+  EXPECT_FALSE(DeleteKioskAccount(terminal));
+  EXPECT_TRUE(terminal.account);
+
+  EndKioskSession(terminal);
+  EXPECT_TRUE(DeleteKioskAccount(terminal));
+  EXPECT_FALSE(terminal.account);
+}
+
+TEST(SimulatedTerminal, HasNothingAgainstDeletingAnAccountThatIsNotThere) {
+  Terminal terminal = NewTerminal();
+
+  EXPECT_TRUE(DeleteKioskAccount(terminal));
+}
+
+TEST(SimulatedTerminal, ShowsALoginPromptOnceTheKioskSessionHasEnded) {
+  Terminal terminal = KioskTerminal();
+
+  EndKioskSession(terminal);
+
+  EXPECT_TRUE(SessionsOf(terminal).empty());
+  for (const std::uint32_t uid : {0U, kOtherUid, kKioskUid})
+    EXPECT_FALSE(SessionOfUid(terminal, uid)) << uid;
+}
+
+TEST(SimulatedTerminal, LeavesAPersonAloneWhenTheKioskSessionIsToEnd) {
+  Terminal terminal = NewTerminal();
+
+  EndKioskSession(terminal);
+
+  EXPECT_EQ(SessionsOf(terminal)[0].name, "person");
+}
+
+TEST(SimulatedTerminal, LetsAPersonSignInAtTheLoginPromptAndOutAgain) {
+  Terminal terminal = KioskTerminal();
+  const std::string kioskSession = SessionsOf(terminal)[0].id;
+  EndKioskSession(terminal);
+
+  EXPECT_EQ(SignIn(terminal), "");
+  EXPECT_EQ(SessionsOf(terminal)[0].name, "person");
+  EXPECT_NE(SessionsOf(terminal)[0].uid, kKioskUid);
+  EXPECT_NE(SessionsOf(terminal)[0].id, kioskSession);
+
+  EXPECT_EQ(SignOut(terminal), "");
+  EXPECT_TRUE(SessionsOf(terminal).empty());
+}
+
+TEST(SimulatedTerminal, TellsWhoIsAtTheConsole) {
+  Terminal terminal = KioskTerminal();
+  EXPECT_EQ(DescribeConsole(NewTerminal()), "a person is signed in at the console, session 1");
+  EXPECT_EQ(DescribeConsole(terminal), "the kiosk account is signed in at the console, session 2");
+
+  EndKioskSession(terminal);
+  EXPECT_EQ(DescribeConsole(terminal), "nobody is signed in at the console");
+}
+
+TEST(SimulatedTerminal, RefusesWhatAPersonCannotDo) {
+  Terminal kiosk = KioskTerminal();
+  Terminal person = NewTerminal();
+  Terminal nobody = KioskTerminal();
+  EndKioskSession(nobody);
+
+  EXPECT_EQ(SignIn(kiosk), "the kiosk session is at the console");
+  EXPECT_EQ(SignOut(kiosk), "the kiosk session is at the console");
+  EXPECT_EQ(SignIn(person), "a person is signed in already");
+  EXPECT_EQ(SignOut(nobody), "nobody is signed in");
+  EXPECT_EQ(SessionsOf(kiosk)[0].name, "tarnvale-kiosk");
+}
+
+TEST(SimulatedTerminal, StartsTheKioskSessionWhoeverIsAtTheConsole) {
+  Terminal terminal = KioskTerminal();
+  const std::string before = SessionsOf(terminal)[0].id;
+
+  StartKioskSession(terminal);
+  EXPECT_EQ(SessionsOf(terminal)[0].id, before);
+
+  EndKioskSession(terminal);
+  StartKioskSession(terminal);
+  EXPECT_EQ(SessionsOf(terminal)[0].name, "tarnvale-kiosk");
+  EXPECT_NE(SessionsOf(terminal)[0].id, before);
+}
+
+TEST(SimulatedTerminal, StartsNoKioskSessionWithoutAnAccount) {
+  Terminal terminal = NewTerminal();
+
+  StartKioskSession(terminal);
+
+  EXPECT_EQ(SessionsOf(terminal)[0].name, "person");
+}
+
+TEST(SimulatedTerminal, IsDueToRestartFromTheScheduledMomentOn) {
+  Terminal terminal = NewTerminal();
+  EXPECT_FALSE(IsRestartDue(terminal, 9000));
+
+  terminal.restartAtMs = 5000;
+  EXPECT_FALSE(IsRestartDue(terminal, 4999));
+  EXPECT_TRUE(IsRestartDue(terminal, 5000));
+
+  terminal = NewTerminal();
+  terminal.restarting = true;
+  EXPECT_TRUE(IsRestartDue(terminal, 0));
+}
+
+TEST(SimulatedTerminal, ForgetsWithAStartupWhatARealOneForgets) {
+  Terminal terminal = NewTerminal();
+  terminal.restartAtMs = 5000;
+  terminal.packages.restartRequired = true;
+  terminal.packages.scheduleTaken = true;
+
+  Boot(terminal, 5000);
+
+  EXPECT_EQ(terminal.restartAtMs, 0);
+  EXPECT_FALSE(terminal.packages.restartRequired);
+  EXPECT_TRUE(terminal.packages.scheduleTaken);
 }
 
 TEST(SimulatedTerminal, KeepsTheUidOfAnAccountThatExists) {
@@ -104,35 +223,6 @@ TEST(SimulatedTerminal, MovesTheBootTimeOnWhenTheClockWentBack) {
   Boot(terminal, 500);
 
   EXPECT_EQ(terminal.bootedAtMs, 1001);
-}
-
-TEST(TerminalFile, GivesBackWhatWasWritten) {
-  Terminal terminal = KioskTerminal();
-  terminal.restarting = true;
-
-  const std::optional<Terminal> read = ParseTerminal(DumpTerminal(terminal));
-
-  ASSERT_TRUE(read);
-  EXPECT_EQ(read->bootedAtMs, terminal.bootedAtMs);
-  EXPECT_TRUE(read->restarting);
-  EXPECT_EQ(read->atConsole, AtConsole::kKiosk);
-  EXPECT_EQ(read->sessionNumber, terminal.sessionNumber);
-  ASSERT_TRUE(read->account);
-  EXPECT_EQ(read->account->name, kAccount.name);
-  EXPECT_EQ(read->account->uid, kKioskUid);
-}
-
-TEST(TerminalFile, GivesBackATerminalWithoutAccount) {
-  const std::optional<Terminal> read = ParseTerminal(DumpTerminal(NewTerminal()));
-
-  ASSERT_TRUE(read);
-  EXPECT_EQ(read->atConsole, AtConsole::kPerson);
-  EXPECT_FALSE(read->account);
-}
-
-TEST(TerminalFile, IsRefusedWhenItIsAnythingElse) {
-  for (const char* const text : {"", "garbage", "[1]", "{}", R"({"bootedAtMs":"1"})"})
-    EXPECT_FALSE(ParseTerminal(text)) << text;
 }
 
 }  // namespace
