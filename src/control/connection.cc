@@ -83,7 +83,8 @@ std::string Answer(int fd, const std::string& line, std::function<void()>& after
   }
   std::string reason;
   if (!CheckCallerImage(peer.pid, peer.uid, reason)) {
-    Log("<4>caller refused: %s\n", reason.c_str());
+    // The reason may name the program, and the peer has chosen that name.
+    Log("<4>caller refused: %s\n", OneLine(reason).c_str());
     return ReplyError("caller_refused");
   }
   Caller caller;

@@ -13,6 +13,10 @@ bool IsSpace(char byte) {
   return std::isspace(static_cast<unsigned char>(byte)) != 0;
 }
 
+bool IsControl(char byte) {
+  return std::iscntrl(static_cast<unsigned char>(byte)) != 0;
+}
+
 }  // namespace
 
 std::string Trim(std::string_view text) {
@@ -20,6 +24,11 @@ std::string Trim(std::string_view text) {
   const auto end =
       std::find_if_not(text.rbegin(), std::make_reverse_iterator(begin), IsSpace).base();
   return {begin, end};
+}
+
+std::string OneLine(std::string text) {
+  std::replace_if(text.begin(), text.end(), IsControl, '?');
+  return text;
 }
 
 std::string ToLower(std::string_view text) {

@@ -19,6 +19,15 @@ namespace Tarnvale::KioskService {
 //   ""         ""
 [[nodiscard]] std::string Trim(std::string_view text);
 
+// A copy with a "?" in the place of each ASCII control character, for names that others have
+// chosen: a line feed in the path of a program would otherwise begin a line of the log, of any
+// priority.
+//
+//   "/usr/bin/a b"   "/usr/bin/a b"
+//   "/a\n<3>b"       "/a?<3>b"
+//   ""               ""
+[[nodiscard]] std::string OneLine(std::string text);
+
 // The text with `tolower` of each byte.
 [[nodiscard]] std::string ToLower(std::string_view text);
 

@@ -87,6 +87,18 @@ TEST_F(ServeConnectionTest, TellsTheReasonToTheLogAlone) {
   EXPECT_EQ(log.Text(), "<4>caller refused: /usr/bin/other is not " + config.client + "\n");
 }
 
+// Any local user may run a program of such a name, and call.
+TEST_F(ServeConnectionTest, LetsNoNameOfAProgramBeginALineOfTheLog) {
+  ConnectAsPerson();
+  SetServiceInstalled(true);
+  ops.exePathOfPid = [](int) { return "/tmp/a\n<0>b"; };
+  PeerSends(kStatusLine);
+
+  Serve();
+
+  EXPECT_EQ(log.Text(), "<4>caller refused: /tmp/a?<0>b is not " + config.client + "\n");
+}
+
 // A connection over loopback: the kernel keeps no process for its peer.
 void ConnectOverLoopback(Descriptor& connection, Descriptor& peer) {
   const Descriptor listener(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
@@ -130,6 +142,17 @@ TEST_F(ServeConnectionTest, RefusesWhatHasNoCredentialsAtAll) {
 
 TEST_F(ServeConnectionTest, LeavesThePeerItsReplyWhenMoreWasSentThanRead) {
   PeerSends(kStatusLine + std::string(20000, 'x'));
+
+  Serve();
+
+  EXPECT_TRUE(IsStatus(PeerReads()));
+}
+
+// A child that has just been forked holds a copy until it starts its program.
+TEST_F(ServeConnectionTest, EndsForThePeerAlsoWhileACopyOfTheDescriptorIsOpen) {
+  const Descriptor copy(::fcntl(connection.Get(), F_DUPFD_CLOEXEC, 0));
+  ASSERT_TRUE(copy.IsOpen());
+  PeerSends(kStatusLine);
 
   Serve();
 

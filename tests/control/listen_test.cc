@@ -132,6 +132,19 @@ TEST_F(OpenControlSocketTest, FailsSilentlyForLackOfDescriptors) {
   EXPECT_FALSE(Exists(config.socket));
 }
 
+// Linux lets one more wait than the backlog says.
+TEST_F(OpenControlSocketTest, LetsSixteenPeersWaitAndOneMore) {
+  ASSERT_TRUE(OpenControlSocket());
+  std::vector<Descriptor> waiting;
+  for (int count = 0; count < 18; ++count) {
+    waiting.push_back(MakeClient());
+    ASSERT_EQ(::fcntl(waiting.back().Get(), F_SETFL, O_NONBLOCK), 0);
+    EXPECT_EQ(Connect(waiting.back()), count < 17) << count;
+  }
+
+  EXPECT_EQ(errno, EAGAIN);
+}
+
 TEST_F(OpenControlSocketTest, KeepsItsDescriptorsFromChildren) {
   const std::set<int> before = OpenDescriptors();
 

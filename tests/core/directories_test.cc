@@ -2,6 +2,7 @@
 
 #include "core/directories.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -140,6 +141,35 @@ TEST_F(PrepareDirectoryTest, KeepsWhatAnExistingOneHolds) {
   EXPECT_TRUE(PrepareDirectory(path, 0700, true));
 
   EXPECT_EQ(ReadText(path + "/state.json"), "{}");
+}
+
+TEST_F(PrepareDirectoryTest, OpensTheDirectoryForNoChild) {
+  int opened = 0;
+  FailingCalls::WatchOpens([&](const std::string& name, int flags) {
+    if (name != path) return;
+    ++opened;
+    EXPECT_NE(flags & O_CLOEXEC, 0);
+  });
+
+  EXPECT_TRUE(PrepareDirectory(path, 0700, true));
+
+  EXPECT_EQ(opened, 1);
+}
+
+// Somebody who may write to the parent has put a link there after the look at it.
+TEST_F(PrepareDirectoryTest, FollowsNoLinkThatTookItsPlaceMeanwhile) {
+  const std::string target = dir.At("target");
+  ASSERT_EQ(::mkdir(target.c_str(), 0755), 0);
+  FailingCalls::WatchOpens([&](const std::string& name, int) {
+    if (name != path) return;
+    EXPECT_EQ(::rmdir(path.c_str()), 0);
+    EXPECT_EQ(::symlink(target.c_str(), path.c_str()), 0);
+  });
+
+  EXPECT_FALSE(PrepareDirectory(path, 0700, true));
+
+  EXPECT_EQ(ModeOf(target), 0755U);
+  EXPECT_TRUE(log.Text().starts_with("<3>cannot open " + path + " (")) << log.Text();
 }
 
 TEST_F(PrepareDirectoryTest, ReplacesAFileWithAWarning) {

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdarg>
 #include <map>
 #include <utility>
 
@@ -16,6 +17,8 @@ namespace {
 // Changed while no other thread of the test runs.
 std::map<std::string, int> failures;
 std::function<void(const std::string& call)> watcher;
+std::function<void(const std::string& path, int flags)> openWatcher;
+OpenAnswerer openAnswerer = nullptr;
 
 // The errno that the call shall fail with, or 0.
 int FailureOf(const char* call) {
@@ -38,6 +41,7 @@ int Pass(const char* call, long number, Arguments... arguments) {
 FailingCalls::~FailingCalls() {
   failures.clear();
   watcher = nullptr;
+  openWatcher = nullptr;
 }
 
 void FailingCalls::Fail(const std::string& call, int error) {
@@ -46,6 +50,14 @@ void FailingCalls::Fail(const std::string& call, int error) {
 
 void FailingCalls::Watch(std::function<void(const std::string& call)> action) {
   watcher = std::move(action);
+}
+
+void FailingCalls::WatchOpens(std::function<void(const std::string& path, int flags)> action) {
+  openWatcher = std::move(action);
+}
+
+void AnswerOpens(OpenAnswerer answerer) {
+  openAnswerer = answerer;
 }
 
 }  // namespace Tarnvale::KioskService
@@ -63,6 +75,22 @@ int fchown(int fd, uid_t owner, gid_t group) noexcept {
 
 int fsync(int fd) {
   return Tarnvale::KioskService::Pass("fsync", SYS_fsync, fd);
+}
+
+int open(const char* path, int flags, ...) {
+  mode_t mode = 0;
+  if ((flags & (O_CREAT | O_TMPFILE)) != 0) {
+    va_list arguments;
+    va_start(arguments, flags);
+    mode = va_arg(arguments, mode_t);
+    va_end(arguments);
+  }
+  if (Tarnvale::KioskService::openWatcher) Tarnvale::KioskService::openWatcher(path, flags);
+  if (Tarnvale::KioskService::openAnswerer != nullptr) {
+    const auto answer = Tarnvale::KioskService::openAnswerer(path, flags);
+    if (answer) return *answer;
+  }
+  return static_cast<int>(::syscall(SYS_openat, AT_FDCWD, path, flags, mode));
 }
 
 int rename(const char* from, const char* to) noexcept {

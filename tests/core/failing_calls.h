@@ -5,6 +5,7 @@
 #define TARNVALE_KIOSKD_TESTS_CORE_FAILING_CALLS_H_
 
 #include <functional>
+#include <optional>
 #include <string>
 
 namespace Tarnvale::KioskService {
@@ -21,7 +22,14 @@ class FailingCalls {
   static void Fail(const std::string& call, int error);
   // From now on this runs at the head of every known call, with the call's name.
   static void Watch(std::function<void(const std::string& call)> action);
+  // From now on this runs at the head of every open(), with the path and the flags.
+  static void WatchOpens(std::function<void(const std::string& path, int flags)> action);
 };
+
+// Answers an open() in the system's place, for the whole of the process: the result of the call,
+// with errno set, or nothing for what the system shall open itself.
+using OpenAnswerer = std::optional<int> (*)(const char* path, int flags);
+void AnswerOpens(OpenAnswerer answerer);
 
 }  // namespace Tarnvale::KioskService
 

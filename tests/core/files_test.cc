@@ -2,6 +2,7 @@
 
 #include "core/files.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -9,6 +10,7 @@
 
 #include <string>
 
+#include "core/failing_calls.h"
 #include "support/log_capture.h"
 #include "support/temp_dir.h"
 
@@ -31,6 +33,21 @@ TEST_F(ReadFileLimitedTest, GivesTheBytesAsTheyStand) {
   EXPECT_TRUE(ReadFileLimited(path, 100, out));
 
   EXPECT_EQ(out, "a\0b\n\xff"s);
+}
+
+TEST_F(ReadFileLimitedTest, OpensItsFileForNoChild) {
+  WriteText(path, "text");
+  const FailingCalls calls;
+  int opened = 0;
+  FailingCalls::WatchOpens([&](const std::string& name, int flags) {
+    if (name != path) return;
+    ++opened;
+    EXPECT_NE(flags & O_CLOEXEC, 0);
+  });
+
+  EXPECT_TRUE(ReadFileLimited(path, 100, out));
+
+  EXPECT_EQ(opened, 1);
 }
 
 TEST_F(ReadFileLimitedTest, ReadsAnEmptyFileWell) {

@@ -3,19 +3,18 @@
 #include "core/run_service.h"
 
 #include <signal.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <future>
 #include <regex>
 #include <thread>
 
-#include "control/server.h"
+#include "control/server_fixture.h"
 #include "core/build_stamp.h"
-#include "core/descriptor.h"
 #include "device/updates.h"
+#include "portal/restart.h"
 #include "support/service_test.h"
 #include "support/test_clock.h"
 #include "support/threads.h"
@@ -42,18 +41,7 @@ struct sigaction ActionOf(int signal) {
   return action;
 }
 
-// A client that calls the service and says nothing.
-Descriptor ConnectTo(const std::string& path) {
-  Descriptor client(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  sockaddr_un address = {};
-  address.sun_family = AF_UNIX;
-  path.copy(address.sun_path, sizeof address.sun_path);
-  const auto* generic = reinterpret_cast<const sockaddr*>(&address);
-  EXPECT_EQ(::connect(client.Get(), generic, sizeof address), 0);
-  return client;
-}
-
-class RunServiceTest : public ServiceTest {
+class RunServiceTest : public ServerFixture {
  protected:
   RunServiceTest() {
     platform = &ops;
@@ -61,14 +49,14 @@ class RunServiceTest : public ServiceTest {
     ops.exePathOfPid = [](int) { return std::string("/usr/bin/env"); };
     ops.bootTime = [] { return 0L; };
     ops.rebootRequired = [] { return false; };
-    SessionsAre({});
   }
 
-  // Runs the service on this thread, and sends the signal when it listens.
-  int RunUntil(int signal) {
-    TestClock::WaitForReal();
-    std::thread stopping([this, signal] {
+  // Runs the service on this thread, and once it listens does `meanwhile` and sends the signal.
+  int RunUntil(
+      int signal, const std::function<void()>& meanwhile = [] {}) {
+    std::thread stopping([this, signal, &meanwhile] {
       EXPECT_TRUE(Eventually([this] { return log.Has("<6>listening on " + config.socket); }));
+      meanwhile();
       EXPECT_EQ(::kill(::getpid(), signal), 0);
     });
     const int status = RunService(config, MakeOps);
@@ -91,6 +79,60 @@ TEST_F(RunServiceTest, IsStoppedByAnInterruptToo) {
   EXPECT_EQ(log.Lines().back(), kStopped);
 }
 
+// The pipe that a signal writes to is made after the start, so all that such a signal leaves is the
+// flag: the loops end on it, the accept loop does not see it.
+TEST_F(RunServiceTest, ServesOnAfterASignalDuringItsStartUntilTheNextOne) {
+  Enrol();
+  ops.exePathOfPid = [](int) { return std::string(); };  // admits whoever runs the tests
+  ops.listSessions = [] {
+    EXPECT_EQ(::raise(SIGTERM), 0);
+    return std::vector<SessionInfo>();
+  };
+  std::string reply;
+
+  EXPECT_EQ(RunUntil(SIGTERM, [&] { reply = Ask("{\"cmd\":\"status\"}\n"); }), 0);
+
+  EXPECT_TRUE(reply.starts_with(R"({"ok":true,"enrolled":true)")) << reply;
+  EXPECT_EQ(calls.Count("http"), 0) << "the service loop has seen the stop";
+  EXPECT_EQ(log.Lines().back(), kStopped);
+}
+
+// The accept loop forgets the restart before it waits for the connections, and one of those may arm
+// it again.
+TEST_F(RunServiceTest, ForgetsARestartThatIsScheduledWhileItStops) {
+  Descriptor silent;
+  TestClock::BeforeWaits([&](std::int64_t milliseconds) {
+    if (milliseconds != 10) return;  // another wait than the one for the connections
+    ScheduleRestart();
+    (void)silent.Close();  // nothing is sent on it
+    EXPECT_TRUE(Eventually([] { return !AreConnectionsRunning(); }));
+  });
+
+  EXPECT_EQ(RunUntil(SIGTERM,
+                     [&] {
+                       silent = Connect();
+                       EXPECT_TRUE(Eventually(AreConnectionsRunning));
+                     }),
+            0);
+
+  EXPECT_TRUE(log.Has("<6>enrolled: restarting into kiosk mode in 10 s"));
+  EXPECT_FALSE(IsRestartPending());
+}
+
+// Whatever call a signal comes in between must find its own error afterwards.
+TEST_F(RunServiceTest, KeepsErrnoThroughASignal) {
+  config.stateDir = "";
+  beforeOps = [] {
+    SetStopDescriptor(1 << 20);  // not open, so writing the byte fails
+    errno = E2BIG;
+    EXPECT_EQ(::raise(SIGTERM), 0);
+    EXPECT_EQ(errno, E2BIG);
+    SetStopDescriptor(-1);
+  };
+
+  EXPECT_EQ(RunService(config, MakeOps), 1);
+}
+
 TEST_F(RunServiceTest, WaitsForARunThatAConnectionStartedWhileItStopped) {
   std::promise<void> release;
   std::atomic<bool> started = false;
@@ -103,10 +145,9 @@ TEST_F(RunServiceTest, WaitsForARunThatAConnectionStartedWhileItStopped) {
     EXPECT_TRUE(StartWuRun(true));  // the accept loop has joined the settings worker before
     TestClock::AdvanceMs(30'000);
   });
-  TestClock::WaitForReal();
   std::thread stopping([&] {
     EXPECT_TRUE(Eventually([this] { return log.Has("<6>listening on " + config.socket); }));
-    const Descriptor client = ConnectTo(config.socket);
+    const Descriptor client = Connect();
     EXPECT_TRUE(Eventually([] { return AreConnectionsRunning(); }));
     EXPECT_EQ(::kill(::getpid(), SIGTERM), 0);
     EXPECT_TRUE(Eventually([this] { return !Exists(config.socket); }));

@@ -193,6 +193,19 @@ TEST_F(ServicePassProvisioning, IsDoneByTheFirstGoodCheckIn) {
   EXPECT_EQ(StateGetInt(StateKey::kProvisioned), 1);
 }
 
+TEST_F(ServicePassProvisioning, ComesAfterTheAdminGroupsAreTakenAway) {
+  IsInStep();
+  StateClear(StateKey::kProvisioned);
+  ops.runSetupTool = [this](bool, std::string*) {
+    EXPECT_EQ(calls.Count("dropAdminGroups"), 1);
+    return false;
+  };
+
+  EXPECT_EQ(ServicePass(), 30000);
+
+  EXPECT_EQ(calls.Count("runSetupTool"), 1);
+}
+
 TEST_F(ServicePassProvisioning, IsNotTriedWhileThePortalIsGone) {
   Enrol();
   PortalIsGone();

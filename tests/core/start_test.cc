@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "core/clock.h"
+#include "core/failing_calls.h"
 #include "core/service.h"
 #include "core/state.h"
 #include "core/stop.h"
@@ -89,6 +90,17 @@ TEST_F(RunTest, ForgetsAStopAndAWakeUpFromBeforeIt) {
   const std::int64_t startMs = SteadyNowMs();
   EXPECT_TRUE(WaitForServicePass(30000));
   EXPECT_EQ(SteadyNowMs() - startMs, 30000);
+}
+
+TEST_F(RunTest, RemembersAStopThatComesWhileItPreparesItsDirectories) {
+  const FailingCalls directories;
+  FailingCalls::WatchOpens([this](const std::string& path, int) {
+    if (path == config.stateDir) RequestStop();
+  });
+
+  EXPECT_TRUE(Start());
+
+  EXPECT_FALSE(SleepUnlessStopped(1));
 }
 
 TEST_F(RunTest, RemembersAStopThatComesWhileItRuns) {

@@ -33,6 +33,17 @@ TEST(Trim, LeavesAllOtherBytesAlone) {
             "a\x85");
 }
 
+TEST(OneLine, ReplacesControlCharacters) {
+  EXPECT_EQ(OneLine("/usr/bin/a b"), "/usr/bin/a b");
+  EXPECT_EQ(OneLine("/a\n<3>b"), "/a?<3>b");
+  EXPECT_EQ(OneLine(""), "");
+  EXPECT_EQ(OneLine("\0\r\t\x1b\x1f\x7f"s), "??????");
+}
+
+TEST(OneLine, LeavesAllOtherBytesAlone) {
+  EXPECT_EQ(OneLine(" ~?\x80\x85\xC3\xA9\xff"), " ~?\x80\x85\xC3\xA9\xff");
+}
+
 using Texts = std::vector<std::string>;
 
 TEST(ToLower, TakesEveryAsciiLetterAndNothingElse) {

@@ -110,6 +110,20 @@ TEST_F(WriteFileAtomicTest, NeverShowsTheBytesToOthers) {
   EXPECT_TRUE(WriteFileAtomic(path, "new", 0600));
 }
 
+// A child that starts while the file is written must not keep it open.
+TEST_F(WriteFileAtomicTest, OpensItsFileForNoChild) {
+  int opened = 0;
+  FailingCalls::WatchOpens([&](const std::string& name, int flags) {
+    if (name != temporary) return;
+    ++opened;
+    EXPECT_NE(flags & O_CLOEXEC, 0);
+  });
+
+  EXPECT_TRUE(WriteFileAtomic(path, "new", 0600));
+
+  EXPECT_EQ(opened, 1);
+}
+
 TEST_F(WriteFileAtomicTest, RemovesTheLeftoverOfACrash) {
   WriteText(temporary, "half a docum");
 

@@ -131,8 +131,15 @@ class Service:
             *self.options,
         ]
 
-    def launch(self, stderr=subprocess.PIPE):
-        """Starts the process and does not wait for anything."""
+    def launch(self, stderr=subprocess.PIPE, closed=()):
+        """Starts the process, without the standard descriptors that are `closed`, and does not wait for
+        anything."""
+        def prepare():
+            for which, number in self.limits:
+                resource.setrlimit(which, (number, number))
+            for number in closed:
+                os.close(number)
+
         self.process = subprocess.Popen(
             self.arguments(),
             stdin=subprocess.DEVNULL,
@@ -143,7 +150,7 @@ class Service:
             user=self.user,
             group=self.user,
             extra_groups=None if self.user is None else [],
-            preexec_fn=self._limit if self.limits else None,
+            preexec_fn=prepare if self.limits or closed else None,
         )
         if stderr == subprocess.PIPE:
             self.log = Log(self.process.stderr)
@@ -156,10 +163,6 @@ class Service:
             "no_proxy": "*",
             "TSAN_OPTIONS": os.environ.get("TSAN_OPTIONS", "") + TSAN_OPTIONS,
         }
-
-    def _limit(self):
-        for which, number in self.limits:
-            resource.setrlimit(which, (number, number))
 
     def start(self):
         """Starts the process and waits until it listens."""

@@ -4,6 +4,7 @@ import errno
 import os
 import resource
 import socket
+import subprocess
 
 import pytest
 
@@ -158,6 +159,18 @@ def test_every_descriptor_but_the_standard_ones_is_closed_in_children(make_servi
         kept = [number for number in service.descriptors() if number > 2 and not closes_on_exec(service, number)]
 
         assert kept == []
+
+
+@pytest.mark.parametrize("closed", [[0], [1], [2], [0, 1, 2]], ids=str)
+def test_nothing_takes_the_place_of_a_closed_standard_descriptor(make_service, closed):
+    service = make_service().write_state({"DevAllowAnyCaller": 1})
+    service.launch(stderr=subprocess.DEVNULL, closed=closed)
+    wait_until(service.socket_path.is_socket, "the socket")
+
+    standard = [os.readlink(f"/proc/{service.pid}/fd/{number}") for number in range(3)]
+
+    assert standard == ["/dev/null"] * 3
+    assert service.send({"cmd": "status"})["ok"]
 
 
 def closes_on_exec(service, number):

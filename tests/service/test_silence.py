@@ -1,13 +1,14 @@
-"""Peers that fall silent have 15 seconds, and a stop waits for them.
+"""Peers that fall silent have 15 seconds to ask, and a stop gives each connection 30 seconds to end.
 
-The one test here that takes real time, since the limit is the kernel's clock's and not the portal's to
-shorten. All that needs the wait shares it.
+The tests here take real time, since the limits are the kernel's clock's and not the portal's to shorten.
+All that needs one of the waits shares it.
 """
 
+import select
 import signal
 import time
 
-from kioskd import read_all
+from kioskd import read_all, wait_until
 
 
 def test_silent_peers_are_let_go_after_15_seconds_also_during_a_stop(service):
@@ -27,5 +28,23 @@ def test_silent_peers_are_let_go_after_15_seconds_also_during_a_stop(service):
     assert replies == [b'{"ok":false,"error":"bad_request"}\n', b"", b'{"ok":false,"error":"bad_request"}\n']
     assert took >= 15
     assert service.wait() == 0
+    assert service.log.lines[-1] == "<6>tarnvale-kioskd stopped\n"
+    assert not service.socket_path.exists()
+
+
+def test_a_stop_abandons_a_peer_that_takes_no_reply_after_30_seconds(make_service):
+    # Longer than what a socket holds for a peer that does not read.
+    state = {"DevAllowAnyCaller": 1, "TerminalName": "x" * 2_000_000}
+    service = make_service().write_state(state).start()
+    with service.connect() as deaf:
+        deaf.sendall(b'{"cmd":"status"}\n')
+        wait_until(lambda: select.select([deaf], [], [], 0)[0], "the reply to begin")
+
+        begin = time.monotonic()
+        status = service.stop()
+        took = time.monotonic() - begin
+
+    assert status == 0
+    assert took >= 30
     assert service.log.lines[-1] == "<6>tarnvale-kioskd stopped\n"
     assert not service.socket_path.exists()
