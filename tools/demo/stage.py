@@ -5,9 +5,11 @@ looks at; so none of them can come between the start of a program and the note t
 """
 
 import os
+import select
 import shutil
 import signal
 import subprocess
+import sys
 import tempfile
 import time
 
@@ -62,12 +64,12 @@ class Stage:
         self._programs.append(program)
         return program
 
-    def run(self, *command, timeout_seconds):
-        """Runs a short program to its end. Raises Failed when that does not come."""
+    def run(self, *command, timeout_seconds, typed=""):
+        """Runs a short program to its end, with the line `typed` as its input. Raises Failed when the end does not come."""
         self.look()
         try:
             return subprocess.run(
-                command, stdin=subprocess.DEVNULL, capture_output=True, text=True, env=_environment(),
+                command, input=typed + "\n", capture_output=True, text=True, env=_environment(),
                 timeout=timeout_seconds,
             )
         except subprocess.TimeoutExpired:
@@ -90,6 +92,16 @@ class Stage:
         while time.monotonic() < deadline:
             self.look()
             time.sleep(LOOK_EVERY_SECONDS)
+
+    def pause_for_reader(self, seconds):
+        """A pause that the reader ends with Enter."""
+        deadline = time.monotonic() + seconds
+        while time.monotonic() < deadline:
+            self.look()
+            if select.select([sys.stdin], [], [], LOOK_EVERY_SECONDS)[0]:
+                if sys.stdin.readline():
+                    return
+                self.pause(deadline - time.monotonic())  # No reader can answer: the input is at its end.
 
     def look(self):
         """Raises Stopped after a signal and Failed when one of the programs has ended."""

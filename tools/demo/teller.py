@@ -24,8 +24,12 @@ class Teller:
     def fact(self, text):
         self._print(f"   {self._in('32', 'ok')} {text}")
 
-    def end(self):
-        self._print("\n" + self._in("1", "That was the whole story."))
+    def end(self, whole):
+        text = "That was the whole story." if whole else "That was the story, without the chapters that were skipped."
+        self._print("\n" + self._in("1", text))
+
+    def interruption(self, text):
+        self._print(f"   {self._in('31', '!!')} {text}")
 
     def failure(self, text):
         self._print(f"\n{self._in('31', 'The story broke off')}: {text}")

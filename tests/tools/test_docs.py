@@ -1,0 +1,127 @@
+"""The examples in docs/, tried out: no page shows what the service and the stand-in do not do."""
+
+import json
+import os
+import re
+import sys
+
+from programs import IS_ROOT, NOBODY_UID, TOOLS_DIR, wait_until
+from simulated import EXIT_PASSWORD, KIOSK_UID, ask, tell
+
+DOCS_DIR = TOOLS_DIR.parent / "docs"
+PERSON_COMMANDS = ("status", "pair.begin", "pair.check", "restart.now")
+REMEMBERED = ("code", "unlockToken")  # Another one each time.
+
+
+def examples_of(page):
+    """The requests and replies of the page, in its order."""
+    text = (DOCS_DIR / page).read_text()
+    pairs = re.findall(r"^-> (.*)\n<- (.*)$", text, re.MULTILINE)
+    return [(json.loads(request), json.loads(reply)) for request, reply in pairs]
+
+
+def bodies_of(page):
+    """The JSON texts that stand alone in the page, by the names of their members."""
+    return [json.loads(text) for text in re.findall(r"^\{.*\}$", (DOCS_DIR / page).read_text(), re.MULTILINE)]
+
+
+def body_with(page, member):
+    return next(body for body in bodies_of(page) if member in body)
+
+
+def shape_of(value):
+    """What two replies have in common when only their values differ."""
+    if isinstance(value, dict):
+        return [(name, shape_of(member)) for name, member in value.items()]
+    return "list" if isinstance(value, list) else "value"
+
+
+def sent_by(kiosk, member):
+    """The last body with this member that the terminal has sent; None before there is one."""
+    requests = ask(kiosk.portal, "/admin/requests")["requests"]
+    bodies = [json.loads(request["body"]) for request in requests if request["body"]]
+    return next((body for body in reversed(bodies) if member in body), None)
+
+
+class Reader:
+    """Somebody who tries the examples on a terminal, one after the other."""
+
+    def __init__(self, simulator, portal):
+        self._simulator = simulator
+        self._portal = portal
+        self._remembered = {}
+
+    def follow(self, request, reply):
+        if request["cmd"] == "restart.now" and not IS_ROOT:
+            return self._be_in_kiosk_mode(self._simulator.restart_at_console)
+        fresh = {**request, **{name: self._remembered[name] for name in REMEMBERED if name in request}}
+        # The page has no wait between the look for updates and the install.
+        answer = wait_until(lambda: self._answer_unless_busy(fresh), "the end of the run before")
+        assert (answer["ok"], answer.get("error")) == (reply["ok"], reply.get("error")), request
+        assert shape_of(answer) == shape_of(reply), request
+        self._remembered.update((name, answer[name]) for name in REMEMBERED if name in answer)
+        if request["cmd"] == "restart.now":
+            self._be_in_kiosk_mode(lambda: self._simulator.wait_for_line("listening on", 2))
+
+    def _answer_unless_busy(self, request):
+        answer = self._send(request)
+        return None if answer.get("error") == "busy" else answer
+
+    def _send(self, request):
+        words = [f"{name}:={json.dumps(value)}" for name, value in request.items() if name != "cmd"]
+        uid = NOBODY_UID if request["cmd"] in PERSON_COMMANDS else KIOSK_UID
+        return self._simulator.send(request["cmd"], *words, uid=uid if IS_ROOT else None)
+
+    def _be_in_kiosk_mode(self, restart):
+        restart()
+        terminal = ask(self._portal, "/admin/state")["terminals"][0]["id"]
+        tell(self._portal, f"/admin/terminals/{terminal}/settings", {"exitPassword": EXIT_PASSWORD})
+
+
+def test_every_command_of_the_control_protocol_is_known(switch_on):
+    simulator = switch_on()
+    headings = re.findall(r"^### `([a-z.]+)`$", (DOCS_DIR / "control-protocol.md").read_text(), re.MULTILINE)
+
+    unknown = [name for name in headings if simulator.send(name).get("error") == "unknown_command"]
+
+    assert (len(headings), unknown) == (14, [])
+
+
+def test_every_example_of_the_control_protocol_is_what_happens(portal, switch_on):
+    kiosk_uid = KIOSK_UID if IS_ROOT else os.getuid()
+    reader = Reader(switch_on("--kiosk-uid", str(kiosk_uid)), portal)
+
+    for request, reply in examples_of("control-protocol.md"):
+        reader.follow(request, reply)
+
+
+def test_every_command_has_an_example():
+    page = (DOCS_DIR / "control-protocol.md").read_text()
+    headings = set(re.findall(r"^### `([a-z.]+)`$", page, re.MULTILINE))
+
+    assert {request["cmd"] for request, _ in examples_of("control-protocol.md")} == headings
+
+
+def test_every_answer_of_the_portal_api_passes_the_portals_own_rules():
+    sys.path.insert(0, str(TOOLS_DIR / "portal"))
+    import validate
+
+    reply = body_with("portal-api.md", "exitPassword")
+
+    assert reply.pop("status") == "enrolled"
+    assert set(reply) == set(validate.SETTING_CHECKS)
+    validate.check_settings(reply)
+
+
+def test_terminals_send_the_requests_of_the_portal_api(kiosk):
+    unlocked = kiosk.unlock()
+    kiosk.change_terminal(packages={"checkSeconds": 0, "installSeconds": 0})
+    assert kiosk.send_as_kiosk("os.install", unlocked)["ok"]
+    kiosk.wait_for_line("os updates: 0 pending")
+    kiosk.restart_at_console()
+
+    pair = wait_until(lambda: sent_by(kiosk, "hostname"), "the terminal to pair")
+    check_in = wait_until(lambda: sent_by(kiosk, "osUpdates"), "a check-in with a report")
+
+    assert shape_of(pair) == shape_of(body_with("portal-api.md", "hostname"))
+    assert shape_of(check_in) == shape_of(body_with("portal-api.md", "osUpdates"))
