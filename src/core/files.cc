@@ -4,19 +4,20 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <fstream>
-#include <sstream>
 
 #include "core/descriptor.h"
 #include "core/log.h"
+#include "core/units.h"
 
 namespace Tarnvale::KioskService {
 namespace {
 
 constexpr mode_t kSystemFileMode = 0644;
+constexpr std::size_t kReadBlockBytes = 4 * kKiB;
 
 // A write of nothing is a failure like any other: it would otherwise go on for ever.
 bool WriteAll(int fd, std::string_view bytes) {
@@ -103,10 +104,16 @@ bool WriteIfChanged(const std::string& path, const std::string& text) {
 }
 
 std::string ReadWholeFile(const std::string& path) {
-  const std::ifstream file(path, std::ios::binary);
-  std::ostringstream text;
-  text << file.rdbuf();  // a read that fails ends the text, where reading by iterator would throw
-  return text.str();
+  // Not through a stream of the library, which would open it for children too.
+  const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  std::string text;
+  std::array<char, kReadBlockBytes> block;
+  while (true) {
+    const ssize_t count = ::read(file.Get(), block.data(), block.size());
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 1) return text;  // the end, a read that failed, or no file at all
+    text.append(block.data(), static_cast<std::size_t>(count));
+  }
 }
 
 }  // namespace Tarnvale::KioskService

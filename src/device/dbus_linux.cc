@@ -1,5 +1,6 @@
 #include "device/dbus_linux.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstddef>
 #include <mutex>
@@ -27,8 +28,9 @@ std::counting_semaphore<kMaxCallsAtOnce> callSlots(kMaxCallsAtOnce);
 
 class CallSlot {
  public:
-  explicit CallSlot(int timeoutMs)
-      : taken_(callSlots.try_acquire_for(std::chrono::milliseconds(timeoutMs))) {}
+  explicit CallSlot(int timeoutMs) : leftMs_(timeoutMs), taken_(callSlots.try_acquire()) {
+    if (!taken_) WaitForSlot();
+  }
   ~CallSlot() {
     if (taken_) callSlots.release();
   }
@@ -38,9 +40,23 @@ class CallSlot {
   [[nodiscard]] bool IsTaken() const {
     return taken_;
   }
+  // What the wait for the slot has left of the time-out.
+  [[nodiscard]] int LeftMs() const {
+    return leftMs_;
+  }
 
  private:
-  const bool taken_;
+  using Clock = std::chrono::steady_clock;
+
+  void WaitForSlot() {
+    const Clock::time_point deadline = Clock::now() + std::chrono::milliseconds(leftMs_);
+    taken_ = callSlots.try_acquire_until(deadline);
+    const auto left = std::chrono::floor<std::chrono::milliseconds>(deadline - Clock::now());
+    leftMs_ = std::max(0, static_cast<int>(left.count()));
+  }
+
+  int leftMs_;
+  bool taken_;
 };
 
 void DropParameters(GVariant* parameters) {
@@ -74,7 +90,8 @@ Variant DbusCall(const char* name, const char* path, const char* interface, cons
   const GVariantType* const type = replyType != nullptr ? G_VARIANT_TYPE(replyType) : nullptr;
   GError* error = nullptr;
   Variant reply(g_dbus_connection_call_sync(bus, name, path, interface, method, parameters, type,
-                                            G_DBUS_CALL_FLAGS_NONE, timeoutMs, nullptr, &error));
+                                            G_DBUS_CALL_FLAGS_NONE, slot.LeftMs(), nullptr,
+                                            &error));
   if (reply == nullptr && errorText != nullptr) {
     *errorText = error != nullptr ? error->message : "failed";
   }

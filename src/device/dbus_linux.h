@@ -2,7 +2,7 @@
 //
 // The process has one connection to the system bus, made at the first call. It is tried once: a bus
 // that was missing then stays missing until the service restarts. Any thread may call; a call
-// blocks for at most its time-out, and for as long again while six others wait for their replies.
+// blocks for at most its time-out, in which it also waits while six others wait for their replies.
 
 #ifndef TARNVALE_KIOSKD_DEVICE_DBUS_LINUX_H_
 #define TARNVALE_KIOSKD_DEVICE_DBUS_LINUX_H_

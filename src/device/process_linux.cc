@@ -51,6 +51,14 @@ std::vector<std::string> MakeEnvironment(const std::vector<std::string>& extraEn
   return environment;
 }
 
+// Libraries open descriptors for children too: the HTTP library its connection to the portal, which
+// a tool that ran meanwhile would hold for as long as it lives. One that is opened between this and
+// the fork still slips through.
+void KeepDescriptorsFromChildren() {
+  // Fails on a kernel that cannot do it alone; the service's own are close-on-exec anyway.
+  (void)::close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC);
+}
+
 // All that the child needs, made before the fork: between fork and execve nothing may allocate,
 // since another thread may have held the allocator's lock.
 struct ChildPlan {
@@ -152,6 +160,7 @@ ProcResult RunProcess(const std::vector<std::string>& argv, std::int32_t timeout
   const std::vector<char*> environmentPointers = MakePointers(environment);
   const ChildPlan plan = {output.writeEnd.Get(), status.writeEnd.Get(), argumentPointers.data(),
                           environmentPointers.data()};
+  KeepDescriptorsFromChildren();
   const pid_t pid = ::fork();
   if (pid < 0) return result;
   if (pid == 0) BecomeTool(plan);

@@ -25,20 +25,33 @@ std::int64_t PendingDeadlineMs() EXCLUDES(restartLock) {
   return restartDeadlineMs;
 }
 
-void RunUntilRestart() EXCLUDES(restartLock) {
+// False when the process is stopping.
+bool RunUntilRestart() EXCLUDES(restartLock) {
   while (true) {
     const std::int64_t deadlineMs = PendingDeadlineMs();
-    if (deadlineMs == 0) return;
+    if (deadlineMs == 0) return true;
     const std::int64_t leftMs = deadlineMs - SteadyNowMs();
-    if (leftMs < 1) return RestartIntoKiosk("enrolled");
-    if (!SleepUnlessStopped(std::min(leftMs, kLongestPauseMs))) return;
+    if (leftMs < 1) {
+      RestartIntoKiosk("enrolled");
+      return true;
+    }
+    if (!SleepUnlessStopped(std::min(leftMs, kLongestPauseMs))) return false;
   }
 }
 
-void RestartThread() EXCLUDES(restartLock) {
-  RunUntilRestart();
+// Leaves the thread marked as running when it has to go on: a restart that was scheduled since it
+// looked last relies on it.
+bool MayEnd(bool stopping) EXCLUDES(restartLock) {
   const MutexLock lock(restartLock);
-  restartThreadRunning = false;
+  restartThreadRunning = !stopping && restartDeadlineMs != 0;
+  return !restartThreadRunning;
+}
+
+void RestartThread() EXCLUDES(restartLock) {
+  bool stopping = false;
+  do {
+    stopping = !RunUntilRestart();
+  } while (!MayEnd(stopping));
 }
 
 void JoinIfJoinable(std::thread& thread) {

@@ -3,16 +3,24 @@
 #include "core/files.h"
 
 #include <fcntl.h>
+#include <pthread.h>
+#include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <filesystem>
 #include <string>
+#include <thread>
+#include <vector>
 
+#include "core/descriptor.h"
 #include "core/failing_calls.h"
 #include "support/log_capture.h"
 #include "support/temp_dir.h"
+#include "support/threads.h"
 
 namespace Tarnvale::KioskService {
 namespace {
@@ -141,6 +149,66 @@ TEST(ReadWholeFile, GivesTheWholeText) {
 
 TEST(ReadWholeFile, ReadsFilesThatTellNoSize) {
   EXPECT_EQ(ReadWholeFile("/proc/self/status").substr(0, 5), "Name:");
+}
+
+// The descriptors under which this process has the file open.
+std::vector<int> DescriptorsOf(const std::string& path) {
+  std::vector<int> descriptors;
+  for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+    std::error_code gone;
+    if (std::filesystem::read_symlink(entry.path(), gone) == path)
+      descriptors.push_back(std::stoi(entry.path().filename()));
+  }
+  return descriptors;
+}
+
+// A file that is being read, because its text is still to come.
+class ReadWholeFileUnderWay : public ::testing::Test {
+ protected:
+  ReadWholeFileUnderWay() {
+    EXPECT_NE(::signal(SIGPIPE, SIG_IGN), SIG_ERR);  // a reader that gave up fails the test alone
+    EXPECT_EQ(::mkfifo(path.c_str(), 0600), 0);
+    reader = std::thread([this] {
+      readerId = ThreadId();
+      text = ReadWholeFile(path);
+    });
+    writer = Descriptor(::open(path.c_str(), O_WRONLY | O_CLOEXEC));
+    EXPECT_TRUE(
+        Eventually([this] { return DescriptorsOf(path).size() == 2 && IsAsleep(readerId); }));
+  }
+
+  // The text that is read, once all of it has come.
+  std::string Finish(const std::string& last) {
+    EXPECT_EQ(::write(writer.Get(), last.data(), last.size()), static_cast<ssize_t>(last.size()));
+    EXPECT_TRUE(writer.Close());
+    reader.join();
+    return text;
+  }
+
+  TempDir dir;
+  const std::string path = dir.At("fifo");
+  std::atomic<pid_t> readerId{0};
+  std::thread reader;
+  Descriptor writer;
+  std::string text;
+};
+
+TEST_F(ReadWholeFileUnderWay, KeepsItsDescriptorFromChildren) {
+  for (const int fd : DescriptorsOf(path))
+    EXPECT_EQ(::fcntl(fd, F_GETFD), FD_CLOEXEC);
+
+  EXPECT_EQ(Finish("text"), "text");
+}
+
+TEST_F(ReadWholeFileUnderWay, GoesOnAfterASignal) {
+  struct sigaction quiet = {};
+  quiet.sa_handler = [](int) {};  // without SA_RESTART
+  ASSERT_EQ(::sigaction(SIGUSR1, &quiet, nullptr), 0);
+
+  for (int count = 0; count < 20; ++count)
+    EXPECT_EQ(::pthread_kill(reader.native_handle(), SIGUSR1), 0);
+
+  EXPECT_EQ(Finish("text"), "text");
 }
 
 TEST(ReadWholeFile, GivesNothingWhenThereIsNoFile) {

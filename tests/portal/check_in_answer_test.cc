@@ -88,10 +88,10 @@ TEST_F(CheckInAnswerTest, FailsWithEveryOtherDeviceStatus) {
     const char* status;
     const char* text;
   };
-  for (const Row& row :
-       {Row{R"("suspended")", "suspended"}, Row{R"("enrolled")", "enrolled"},
-        Row{R"("Revoked")", "Revoked"}, Row{R"(" unknown")", " unknown"}, Row{"7", "7"},
-        Row{"0.5", "0.5"}, Row{"true", "true"}, Row{"false", "false"}}) {
+  for (const Row& row : {Row{R"("suspended")", "suspended"}, Row{R"("enrolled")", "enrolled"},
+                         Row{R"("Revoked")", "Revoked"}, Row{R"(" unknown")", " unknown"},
+                         Row{R"("revoked ")", "revoked "}, Row{"7", "7"}, Row{"0.5", "0.5"},
+                         Row{"true", "true"}, Row{"false", "false"}}) {
     ExpectNotApplied(AnsweredWith(401, std::string(R"({"status":)") + row.status + "}"),
                      CheckInOutcome::kFailed, std::string("HTTP 401, status ") + row.text);
   }

@@ -135,6 +135,35 @@ TEST_F(RestartTest, CanBeScheduledAgainAfterItsThreadHasEnded) {
   EXPECT_EQ(log.Count(kRestartLine), 2);
 }
 
+TEST_F(RestartTest, IsNotLostWhenItIsScheduledWhileItsThreadIsAboutToEnd) {
+  // The thread had taken its deadline and counted as running, so that nobody waited for the new
+  // one.
+  ops.reboot = [this] {
+    if (reboots.fetch_add(1) == 0) ScheduleRestart();
+    return false;
+  };
+
+  ScheduleRestart();
+
+  EXPECT_TRUE(RestartThreadHasEnded());
+  EXPECT_EQ(reboots, 2);
+  EXPECT_FALSE(IsRestartPending());
+}
+
+TEST_F(RestartTest, IsForgottenByAStopAlsoWhenItIsScheduledWhileItsThreadIsAboutToEnd) {
+  ops.reboot = [this] {
+    reboots.fetch_add(1);
+    ScheduleRestart();
+    StopThreads();
+    return false;
+  };
+
+  ScheduleRestart();
+
+  EXPECT_TRUE(RestartThreadHasEnded());
+  EXPECT_EQ(reboots, 1);
+}
+
 TEST_F(RestartTest, ComesAtOnceWithItsReasonWhenItIsBroughtForward) {
   TestClock::WaitForReal();
   ScheduleAndSeeItWait();

@@ -3,13 +3,17 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
+#include <memory>
 #include <thread>
 #include <vector>
 
 #include "slots/support/private_bus.h"
 #include "slots/support/stand_in_logind.h"
+#include "slots/support/system_stand_ins.h"
 #include "slots/support/tool_test.h"
 #include "support/log_capture.h"
+#include "support/threads.h"
 
 namespace Tarnvale::KioskService {
 namespace {
@@ -177,6 +181,65 @@ TEST_F(DbusCallTest, AnswersEachOfManyThreads) {
     thread.join();
 
   EXPECT_EQ(answered.load(), 160);
+}
+
+// As many calls at once as the service makes, all waiting for a logind that says nothing.
+class DbusCallsAtOnce : public ::testing::Test {
+ protected:
+  DbusCallsAtOnce() {
+    logind->StaySilent("Method");
+    while (threads.size() < kAtOnce)
+      threads.emplace_back([] { EXPECT_EQ(CallLogind("Method"), nullptr); });
+    EXPECT_TRUE(WaitFor([this] { return logind->Calls().size() == kAtOnce; }));
+  }
+  ~DbusCallsAtOnce() override {
+    LogindEnds();
+    for (std::thread& thread : threads)
+      thread.join();
+  }
+  // All calls that wait for it then fail.
+  void LogindEnds() {
+    logind.reset();
+  }
+
+  static constexpr std::size_t kAtOnce = 6;
+  PrivateBus bus;
+  LogCapture log;
+  std::unique_ptr<StandInLogind> logind = std::make_unique<StandInLogind>(bus);
+  std::vector<std::thread> threads;
+};
+
+TEST_F(DbusCallsAtOnce, LeaveOneMoreWaitingUntilItsTimeoutEnds) {
+  std::atomic<bool> released{false};
+  std::string errorText;
+
+  EXPECT_EQ(CallLogind("Method", MakeWatched(released), nullptr, &errorText, 20), nullptr);
+
+  EXPECT_EQ(errorText, "too many calls at once");
+  EXPECT_TRUE(released.load());
+  EXPECT_EQ(logind->Calls().size(), kAtOnce);
+  EXPECT_EQ(log.Text(), "");
+}
+
+TEST_F(DbusCallsAtOnce, LeaveOneMoreTheRestOfItsTimeout) {
+  std::atomic<pid_t> waiting{0};
+  std::thread seventh([&waiting] {
+    waiting = ThreadId();
+    EXPECT_EQ(CallLogind("Method"), nullptr);
+  });
+  EXPECT_TRUE(WaitFor([&waiting] { return waiting != 0 && IsAsleep(waiting); }));
+  const auto asleepAt = std::chrono::steady_clock::now();
+  EXPECT_TRUE(WaitFor([asleepAt] {
+    return std::chrono::steady_clock::now() - asleepAt > std::chrono::milliseconds(2);
+  }));
+
+  LogindEnds();
+  seventh.join();
+
+  const std::vector<int> timeoutsMs = StandIn::DbusTimeoutsMs();
+  ASSERT_EQ(timeoutsMs.size(), kAtOnce + 1);
+  EXPECT_LT(timeoutsMs.back(), kTimeoutMs);
+  EXPECT_GT(timeoutsMs.back(), 0);
 }
 
 TEST_F(DbusCallTest, UsesOneConnectionForAll) {

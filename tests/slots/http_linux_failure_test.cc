@@ -11,6 +11,7 @@
 #include "portal/http_linux.h"
 #include "slots/support/http_peer.h"
 #include "slots/support/http_test.h"
+#include "slots/support/system_stand_ins.h"
 #include "support/log_capture.h"
 #include "support/temp_dir.h"
 
@@ -77,6 +78,17 @@ TEST_F(HttpFailure, IsAnyOtherProtocol) {
     ExpectFailed(Get(scheme + rest), CURLE_UNSUPPORTED_PROTOCOL);
   }
   EXPECT_TRUE(peer.Requests().empty());
+}
+
+TEST_F(HttpFailure, IsALibraryThatHasNoHandleToGive) {
+  StandIn::FailCurlHandles();
+
+  const Http http = Get("http://127.0.0.1:1/");
+
+  EXPECT_FALSE(http.ok);
+  EXPECT_EQ(http.status, 0);
+  EXPECT_EQ(http.body, "");
+  EXPECT_EQ(http.error, "curl_easy_init failed");
 }
 
 TEST_F(HttpFailure, IsSilent) {

@@ -2,12 +2,14 @@
 
 #include <stdlib.h>
 
+#include <curl/curl.h>
 #include <gtest/gtest.h>
 
 #include "core/build_stamp.h"
 #include "portal/http_linux.h"
 #include "slots/support/http_peer.h"
 #include "slots/support/http_test.h"
+#include "slots/support/system_stand_ins.h"
 
 namespace Tarnvale::KioskService {
 namespace {
@@ -101,6 +103,23 @@ TEST_F(HttpRequest, SendsALargeBodyWhole) {
   (void)HttpExchange("POST", peer.Url(), body, "", 10, "*/*");
 
   EXPECT_EQ(Body(), body);
+}
+
+TEST_F(HttpRequest, SetsItsOptionsInOrderAndNoOthers) {
+  const std::vector<StandIn::CurlOption> forAll = {
+      {CURLOPT_URL},           {CURLOPT_CUSTOMREQUEST},      {CURLOPT_HTTPHEADER},
+      {CURLOPT_USERAGENT},     {CURLOPT_TIMEOUT_MS, 15'000}, {CURLOPT_CONNECTTIMEOUT_MS, 15'000},
+      {CURLOPT_NOSIGNAL, 1},  // the exchange runs beside other threads
+      {CURLOPT_PROTOCOLS_STR}, {CURLOPT_WRITEFUNCTION},      {CURLOPT_WRITEDATA},
+  };
+  std::vector<StandIn::CurlOption> expected = forAll;
+  expected.insert(expected.end(), forAll.begin(), forAll.end());
+  expected.insert(expected.end(), {{CURLOPT_POSTFIELDS}, {CURLOPT_POSTFIELDSIZE, 2}});
+
+  (void)HttpExchange("GET", peer.Url(), "{}", "t", 10, "*/*");
+  (void)HttpExchange("PUT", peer.Url(), "{}", "t", 10, "*/*");
+
+  EXPECT_EQ(StandIn::CurlOptions(), expected);
 }
 
 class HttpRequestWithoutBody : public HttpRequest,

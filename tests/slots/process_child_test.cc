@@ -1,13 +1,21 @@
 // What a tool finds when it starts: its arguments, environment, descriptors and process group.
 
+#include <fcntl.h>
 #include <signal.h>
 #include <stdlib.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
 
+#include <memory>
+#include <thread>
+
 #include "device/process_linux.h"
+#include "portal/http_linux.h"
+#include "slots/support/http_peer.h"
+#include "slots/support/http_test.h"
 #include "slots/support/tool_test.h"
+#include "support/test_clock.h"
 
 namespace Tarnvale::KioskService {
 namespace {
@@ -75,6 +83,34 @@ TEST_F(RunProcessChild, InheritsNothingButTheThreeStreams) {
 
   // The fourth is the listing's own.
   EXPECT_EQ(RunProcess({"/bin/ls", "/proc/self/fd"}, kTimeoutMs).output, "0\n1\n2\n3\n");
+}
+
+TEST_F(RunProcessChild, InheritsNothingThatALibraryLeftOpenForIt) {
+  Pipe other;
+  ASSERT_TRUE(OpenPipe(other));
+  ASSERT_EQ(::fcntl(other.writeEnd.Get(), F_SETFD, 0), 0);
+
+  EXPECT_EQ(RunProcess({"/bin/ls", "/proc/self/fd"}, kTimeoutMs).output, "0\n1\n2\n3\n");
+}
+
+class RunProcessDuringAnExchange : public HttpTest {
+ protected:
+  RunProcessDuringAnExchange() {
+    TestClock::WaitForReal();
+  }
+};
+
+TEST_F(RunProcessDuringAnExchange, KeepsTheExchangeFromTheChild) {
+  // The HTTP library opens its sockets for children too, so a tool that ran during a check-in held
+  // the connection to the portal for as long as it lived.
+  auto peer = std::make_unique<HttpPeer>("", HttpPeer::Ending::kHold);
+  std::thread exchange([url = peer->Url()] { (void)HttpExchange("GET", url, "", "t", 10, "*/*"); });
+  EXPECT_TRUE(WaitFor([&peer] { return !peer->Requests().empty(); }));
+
+  EXPECT_EQ(RunProcess({"/bin/ls", "/proc/self/fd"}, kTimeoutMs).output, "0\n1\n2\n3\n");
+
+  peer.reset();  // which ends the exchange
+  exchange.join();
 }
 
 TEST_F(RunProcessChild, InheritsTheStatusPipeAsItsFourth) {

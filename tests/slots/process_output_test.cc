@@ -62,6 +62,20 @@ TEST_F(RunProcessOutput, DropsWhatComesAfterTheCapAndLetsTheToolFinish) {
   EXPECT_TRUE(Exists(directory.At("end")));
 }
 
+TEST_F(RunProcessOutput, GoesPastTheCapWithTheBlockThatReachesIt) {
+  // The first byte is a block of its own, so that no later one ends on the cap.
+  const std::string tool = MakeTool(
+      "tool", "printf x\necho go >&3\nread _ < $here/gate\nexec head -c 5242880 /dev/zero");
+  const Gate gate(directory.At("gate"));
+
+  const ProcResult run =
+      RunProcess({tool}, kTimeoutMs, {}, 3, [&gate](const std::string&) { gate.Tell(); });
+
+  EXPECT_EQ(run.status, 0);
+  EXPECT_GE(run.output.size(), kOutputCapBytes);
+  EXPECT_LE(run.output.size(), kOutputCapBytes + 4095);
+}
+
 TEST_F(RunProcessOutput, KeepsWhatAToolPrintedBeforeASignal) {
   const std::string tool = MakeTool("tool", "echo before\nkill -KILL $$");
 

@@ -106,6 +106,7 @@ TEST_F(ReadSessionTest, PassesOverValuesOfOtherTypes) {
   EXPECT_FALSE(info.active);
   EXPECT_EQ(info.sessionClass, "");
   EXPECT_EQ(info.tty, "");
+  EXPECT_EQ(log.Text(), "") << "the library complains of a value that is read as another type";
 }
 
 TEST_F(ReadSessionTest, TakesNoIdOfAnotherType) {

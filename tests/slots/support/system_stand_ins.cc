@@ -6,11 +6,13 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <curl/curl.h>
 #include <gio/gio.h>
 
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <cstdarg>
 #include <cstring>
 #include <optional>
 
@@ -24,12 +26,14 @@ std::atomic<bool> groupsStay{false};
 std::atomic<int> nextPollError{0};
 std::atomic<int> longestPollMs{0};
 std::atomic<bool> hostNameFails{false};
+std::atomic<bool> curlHandlesFail{false};
 
 Mutex recordLock;
 std::optional<std::vector<std::string>> executables GUARDED_BY(recordLock);
 std::vector<std::string> triedExecutables GUARDED_BY(recordLock);
 std::vector<int> dbusTimeoutsMs GUARDED_BY(recordLock);
 std::optional<std::string> hostName GUARDED_BY(recordLock);
+std::vector<CurlOption> curlOptions GUARDED_BY(recordLock);
 
 template <typename Function>
 Function* RealFunction(const char* name) {
@@ -76,6 +80,21 @@ void SetHostName(const std::string& name) {
 std::vector<int> DbusTimeoutsMs() {
   const MutexLock lock(recordLock);
   return dbusTimeoutsMs;
+}
+
+void FailCurlHandles() {
+  curlHandlesFail.store(true);
+}
+
+std::vector<CurlOption> CurlOptions() {
+  const MutexLock lock(recordLock);
+  return curlOptions;
+}
+
+static void RecordCurlOption(CURLoption option, void* value) {
+  const bool isNumber = option < CURLOPTTYPE_OBJECTPOINT;
+  const MutexLock lock(recordLock);
+  curlOptions.push_back({option, isNumber ? reinterpret_cast<long>(value) : 0});
 }
 
 // Nothing when the disk decides.
@@ -158,6 +177,28 @@ GVariant* g_dbus_connection_call_sync(GDBusConnection* connection, const gchar* 
       StandIn::RealFunction<decltype(g_dbus_connection_call_sync)>("g_dbus_connection_call_sync");
   return real(connection, name, path, interface, method, parameters, replyType, flags, timeoutMs,
               cancellable, error);
+}
+
+CURL* curl_easy_init() {
+  if (StandIn::curlHandlesFail.load()) return nullptr;
+  static const auto real = StandIn::RealFunction<CURL*()>("curl_easy_init");
+  return real();
+}
+
+// In brackets, because the library's header has a macro of the same name. A number and a pointer
+// are handed over alike.
+CURLcode(curl_easy_setopt)(CURL* handle, CURLoption option, ...) {
+  va_list arguments;
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wvarargs"  // the library's own prototype has an enumeration here
+  va_start(arguments, option);
+#pragma GCC diagnostic pop
+  void* const value = va_arg(arguments, void*);
+  va_end(arguments);
+  StandIn::RecordCurlOption(option, value);
+  static const auto real =
+      StandIn::RealFunction<CURLcode(CURL*, CURLoption, ...)>("curl_easy_setopt");
+  return real(handle, option, value);
 }
 
 }  // extern "C"

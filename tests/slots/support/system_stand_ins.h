@@ -35,6 +35,18 @@ void SetHostName(const std::string& name);
 // The time-outs of all D-Bus calls so far.
 [[nodiscard]] std::vector<int> DbusTimeoutsMs();
 
+// curl_easy_init gives no handle.
+void FailCurlHandles();
+// One option that was set on a handle. Only numbers have a value here.
+struct CurlOption {
+  int option = 0;
+  long value = 0;
+
+  bool operator==(const CurlOption&) const = default;
+};
+// All options that were set so far, in their order.
+[[nodiscard]] std::vector<CurlOption> CurlOptions();
+
 }  // namespace Tarnvale::KioskService::StandIn
 
 #endif  // TARNVALE_KIOSKD_TESTS_SLOTS_SUPPORT_SYSTEM_STAND_INS_H_
