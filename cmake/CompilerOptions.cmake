@@ -56,7 +56,6 @@ else()
 endif()
 
 if(KIOSK_COVERAGE)
-  target_compile_options(kiosk_options INTERFACE --coverage -fprofile-update=atomic)
   target_link_options(kiosk_options INTERFACE --coverage)
 endif()
 

@@ -14,6 +14,7 @@ LEAVES = {
     f"core/{name}.h"
     for name in (
         "build_stamp clock config descriptor directories files locks log mutex ops service state stop text units"
+        " utc_time"
     ).split()
 }
 # The loops and start-up know all; control/server starts the loops.

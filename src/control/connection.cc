@@ -102,6 +102,16 @@ void SendAll(int fd, std::string_view bytes) {
   }
 }
 
+// An unlock token may be in the reply, so no copy stays behind, not even of a text that grew.
+void SendReply(int fd, std::string& reply) {
+  std::string line;
+  line.reserve(reply.size() + 1);
+  line.append(reply).push_back('\n');
+  SendAll(fd, line);
+  WipeText(line);
+  WipeText(reply);
+}
+
 // What the peer sent beyond its request would turn the close into a reset, and cost it the reply.
 // After the shutdown no more can come, so this ends with what the socket holds.
 void DiscardUnread(int fd) {
@@ -116,9 +126,9 @@ void ServeConnection(Descriptor connection) {
   std::function<void()> after;
   std::string line = ReadRequest(connection.Get());
   if (!line.empty()) {
-    const std::string reply = Answer(connection.Get(), line, after);
+    std::string reply = Answer(connection.Get(), line, after);
     WipeText(line);
-    SendAll(connection.Get(), reply + '\n');
+    SendReply(connection.Get(), reply);
   }
   (void)::shutdown(connection.Get(), SHUT_RDWR);  // the peer may be gone already
   DiscardUnread(connection.Get());

@@ -1,4 +1,11 @@
-// One connection to the control socket: one request line, one reply line.
+// One connection to the control socket: one request line, one reply line, no second of either.
+//
+// The accept loop (control/server.cc) starts a thread for each connection and hands it its
+// descriptor. Reading ends at a line feed, at a whole JSON text, at 8 KiB, or after 15 s for all of
+// it, whichever comes first; the last chunk may take the text to 9,215 bytes. The peer is known by
+// what the kernel recorded when it connected (SO_PEERCRED). The reply is sent without a deadline: a
+// peer that does not read it keeps its own thread waiting, and no lock. A request may hold a
+// password, so every copy of it is wiped.
 
 #ifndef TARNVALE_KIOSKD_CONTROL_CONNECTION_H_
 #define TARNVALE_KIOSKD_CONTROL_CONNECTION_H_

@@ -1,4 +1,10 @@
 // The command `status`: what the kiosk user interface needs to know about the terminal.
+//
+// Every admitted peer may ask, at any time and as often as it likes: the client does so when it
+// starts and while it waits for the person who pairs the terminal. Called by the dispatcher on the
+// thread of the connection. What it tells comes from the state document, the machine-id file and
+// the account database; logind is asked only about a peer that has the uid of the kiosk account.
+// Takes the state lock for each key and no other. Writes nothing.
 
 #ifndef TARNVALE_KIOSKD_CONTROL_STATUS_H_
 #define TARNVALE_KIOSKD_CONTROL_STATUS_H_

@@ -1,5 +1,11 @@
-// The command line of the service. Arguments are compared as whole strings: there is no
-// `--option=value`, no abbreviation, no `--help` and no `--version`.
+// The command line of the service, which is all the configuration that there is.
+//
+// For main, and for the simulator, which hands on what is no option of its own. Arguments are
+// compared as whole strings: there is no `--option=value`, no abbreviation, no `--help` and no
+// `--version`. The options that take a value are those of the members of Config (core/config.h)
+// that can be set from outside; the one flag is `--sleep-now`, which the unit of the sleep timer
+// passes. Nothing is checked but the names: what a value means shows where it is used. Main thread,
+// before any other exists.
 
 #ifndef TARNVALE_KIOSKD_CORE_COMMAND_LINE_H_
 #define TARNVALE_KIOSKD_CORE_COMMAND_LINE_H_

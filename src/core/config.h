@@ -1,4 +1,11 @@
 // The start-up configuration: defaults, overwritten from the command line, fixed after start.
+//
+// There is no configuration file. ParseCommandLine (core/command_line.h) fills the record in main,
+// SetService (core/service.h) copies it before any other thread exists, and from then on everybody
+// reads that copy without a lock. Slots of the platform that need a part of it hold a copy of their
+// own. The defaults are the paths of an installed terminal; the tests and the simulator put all of
+// them into a directory of their own. Nothing here is checked: a path that cannot be used shows
+// where it is used.
 
 #ifndef TARNVALE_KIOSKD_CORE_CONFIG_H_
 #define TARNVALE_KIOSKD_CORE_CONFIG_H_

@@ -1,4 +1,9 @@
 // The owner of a file descriptor. This is the one place in the tree that closes one.
+//
+// Whoever opens, accepts or makes a descriptor puts it into one of these at once. The call that
+// makes it sets close-on-exec with it, because other threads start children at any moment. It moves
+// and never copies, so each descriptor has one owner, and is closed when that ends. Any thread, but
+// one at a time: there is no lock.
 
 #ifndef TARNVALE_KIOSKD_CORE_DESCRIPTOR_H_
 #define TARNVALE_KIOSKD_CORE_DESCRIPTOR_H_

@@ -1,4 +1,11 @@
 // Making the service's directories, and making sure of those that are already there.
+//
+// For Run (core/start.cc), on the main thread before any other exists, and for the branding cache
+// (portal/branding_cache.cc) under the lifecycle lock. The state directory, the run directory and
+// the branding directory are made here. An unprivileged user may have put something else in such a
+// place before, so what is no plain directory is removed, and owner and mode are set through a
+// descriptor that was opened without following a link. A path has no limit but the system's own. No
+// wait.
 
 #ifndef TARNVALE_KIOSKD_CORE_DIRECTORIES_H_
 #define TARNVALE_KIOSKD_CORE_DIRECTORIES_H_

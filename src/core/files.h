@@ -1,5 +1,12 @@
 // Reading and writing the service's own files with care: bounded, no link followed, never half
 // written.
+//
+// Two writers, by what a crash may cost. WriteFileAtomic is for files that matter after a power cut
+// (the state document, the branding cache, the presence report) and waits for the disk.
+// WriteIfChanged is for small files that other programs read (below /etc) and that are written
+// again at the next occasion; it does not wait, and tells whether anything has changed. Two
+// readers, by whom the file belongs to: the service's own are read with a limit, the system's as
+// they are. Any thread; no lock here, so who writes one file from two threads brings one.
 
 #ifndef TARNVALE_KIOSKD_CORE_FILES_H_
 #define TARNVALE_KIOSKD_CORE_FILES_H_

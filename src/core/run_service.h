@@ -1,4 +1,11 @@
-// The life of the service process, once its command line is parsed.
+// The life of the service process, once its command line is parsed: signals, start, service, stop.
+//
+// Called once by main, on the main thread. SIGTERM and SIGINT are handled without SA_RESTART, so
+// that they end the accept loop's poll; SIGPIPE is ignored, because a peer may be gone before its
+// reply. The signal handling is in place before anything else is made. How long a stop takes is
+// told in docs/architecture.md: an exchange with the portal under way takes up to 15 s, connections
+// 30 s, a run of the package manager as long as it needs. The simulator lives the same life on a
+// platform of its own.
 
 #ifndef TARNVALE_KIOSKD_CORE_RUN_SERVICE_H_
 #define TARNVALE_KIOSKD_CORE_RUN_SERVICE_H_

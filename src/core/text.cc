@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <charconv>
 #include <cstdio>
 
 namespace Tarnvale::KioskService {
@@ -57,6 +58,16 @@ std::vector<std::string> SplitWords(std::string_view text) {
     begin = std::find_if_not(end, text.end(), IsSpace);
   }
   return words;
+}
+
+bool ParseNumber(std::string_view text, std::uint32_t lowest, std::uint32_t highest,
+                 std::uint32_t& number) {
+  std::uint32_t parsed = 0;
+  const char* const end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, parsed);
+  if (error != std::errc() || stop != end || parsed < lowest || parsed > highest) return false;
+  number = parsed;
+  return true;
 }
 
 std::string Join(const std::vector<std::string>& parts, std::string_view separator) {

@@ -1,9 +1,15 @@
-// Small helpers on text that every subsystem shares.
+// Small helpers on text that every subsystem shares, the tools of tools/ too.
+//
+// Pure functions, but for the two that wipe: any thread, no lock, no log, no limit of their own;
+// who takes text from outside bounds it first. Bytes are bytes: the classification is the C
+// library's in the C locale, which the process never leaves, so no byte from 0x80 up is a letter or
+// a space. Each takes time linear in its text.
 
 #ifndef TARNVALE_KIOSKD_CORE_TEXT_H_
 #define TARNVALE_KIOSKD_CORE_TEXT_H_
 
 #include <cstdarg>
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -43,6 +49,15 @@ namespace Tarnvale::KioskService {
 //
 //   " a  b\t"   a, b
 [[nodiscard]] std::vector<std::string> SplitWords(std::string_view text);
+
+// The whole text as a decimal number from `lowest` to `highest`. False, with `number` untouched,
+// for anything else.
+//
+//   "16" of 1 to 16   16
+//   "17" of 1 to 16   false
+//   "+1"              false: no sign, no space
+[[nodiscard]] bool ParseNumber(std::string_view text, std::uint32_t lowest, std::uint32_t highest,
+                               std::uint32_t& number);
 
 // The parts with `separator` between each two.
 [[nodiscard]] std::string Join(const std::vector<std::string>& parts, std::string_view separator);

@@ -20,6 +20,11 @@ namespace Tarnvale::KioskService {
 inline constexpr int kDbusReadTimeoutMs = 10 * kSecondMs;
 inline constexpr int kDbusActionTimeoutMs = 20 * kSecondMs;
 
+// The manager object of logind, which lists the sessions and restarts the machine.
+inline constexpr char kLogindName[] = "org.freedesktop.login1";
+inline constexpr char kLogindPath[] = "/org/freedesktop/login1";
+inline constexpr char kLogindManager[] = "org.freedesktop.login1.Manager";
+
 struct VariantUnref {
   void operator()(GVariant* variant) const {
     g_variant_unref(variant);

@@ -1,5 +1,11 @@
-// The readers and writers of fields that the policies share: minutes, clock times and days of the
+// The readers and writers of fields that the policies share: minutes, clock times, days of the
 // week.
+//
+// For the power policy and the OS updates policy (their *_json.cc), and for `net.set`, whose prefix
+// is such a number. The values come from the portal or from a client, parsed and otherwise unlooked
+// at; a field that is not exactly right is refused, and its policy with it, because half a policy
+// is none. Limits: 240 minutes, seven days, clock texts of five bytes. Pure functions on any
+// thread; silent.
 
 #ifndef TARNVALE_KIOSKD_DEVICE_POLICY_FIELDS_H_
 #define TARNVALE_KIOSKD_DEVICE_POLICY_FIELDS_H_

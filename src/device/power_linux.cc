@@ -148,9 +148,9 @@ bool SuspendUntil(long wakeAt) {
 
 bool Reboot() {
   std::string error;
-  const Variant reply = DbusCall(
-      "org.freedesktop.login1", "/org/freedesktop/login1", "org.freedesktop.login1.Manager",
-      "Reboot", g_variant_new("(b)", FALSE), nullptr, kDbusActionTimeoutMs, &error);
+  const Variant reply =
+      DbusCall(kLogindName, kLogindPath, kLogindManager, "Reboot", g_variant_new("(b)", FALSE),
+               nullptr, kDbusActionTimeoutMs, &error);
   if (reply != nullptr) return true;
   Log("<4>logind Reboot failed (%s); using systemctl\n", error.c_str());
   return Systemctl({"reboot"}, kRebootTimeoutMs).status == 0;

@@ -1,14 +1,11 @@
 #include "device/time_sync.h"
 
-#include <time.h>
-
 #include <cstdint>
 #include <optional>
 
-#include "core/clock.h"
 #include "core/log.h"
 #include "core/service.h"
-#include "core/units.h"
+#include "core/utc_time.h"
 #include "json/json.h"
 
 namespace Tarnvale::KioskService {
@@ -20,14 +17,6 @@ std::optional<std::int64_t> MeasureOffset(const std::string& server) {
   if (Platform().sntpOffset(server, &offsetMs)) return offsetMs;
   Log("<4>time: no SNTP answer from %s\n", server.c_str());
   return std::nullopt;
-}
-
-std::string UtcNow() {
-  const time_t now = WallNowMs() / kSecondMs;
-  tm utc = {};
-  char text[sizeof "2026-10-11T23:04:00Z" + 16] = {};  // room for years of more digits
-  if (::gmtime_r(&now, &utc) == nullptr) return {};
-  return {text, ::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &utc)};
 }
 
 std::string FailedReply(const std::string& server, bool answered) {

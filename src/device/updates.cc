@@ -11,6 +11,7 @@
 #include "core/log.h"
 #include "core/service.h"
 #include "core/state.h"
+#include "core/utc_time.h"
 #include "device/updates_policy_json.h"
 #include "device/updates_report.h"
 #include "json/object.h"

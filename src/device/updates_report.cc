@@ -3,12 +3,10 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <ctime>
 #include <utility>
 
-#include "core/clock.h"
 #include "core/state.h"
-#include "core/units.h"
+#include "core/utc_time.h"
 #include "json/json.h"
 #include "json/object.h"
 
@@ -38,16 +36,6 @@ void SetIfMissing(Json& report, const char* member, Json value) {
 }
 
 }  // namespace
-
-std::string UtcNow() {
-  const std::time_t now = WallNowMs() / kSecondMs;
-  std::tm utc = {};
-  char text[64] = {};
-  // Every year that the clock can show is told, and none is longer than the buffer.
-  (void)::gmtime_r(&now, &utc);
-  (void)std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &utc);
-  return text;
-}
 
 std::string UpdatesVerdict(const WuRun& run) {
   if (run.result == kWuDone) return "ok";

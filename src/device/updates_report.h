@@ -16,9 +16,6 @@
 
 namespace Tarnvale::KioskService {
 
-// The present UTC time as "%Y-%m-%dT%H:%M:%SZ".
-[[nodiscard]] std::string UtcNow();
-
 // The report's word for the result of an install: "ok", "nothing" or "failed".
 [[nodiscard]] std::string UpdatesVerdict(const WuRun& run);
 

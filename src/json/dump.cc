@@ -6,46 +6,15 @@
 namespace Tarnvale::KioskService {
 namespace {
 
+// Replies are shorter, and a secret may be in one: a text that grows would leave its beginnings
+// behind.
+constexpr std::size_t kUsualBytes = 256;
+
 // A container that is being written, and how many of its children already are.
 struct OpenContainer {
   const Json* value;
   std::size_t written;
 };
-
-void AppendQuoted(std::string_view bytes, std::string& out) {
-  out += '"';
-  out += Json::EscapeString(bytes);
-  out += '"';
-}
-
-bool IsContainer(const Json& value) {
-  return value.IsArray() || value.IsObject();
-}
-
-void AppendLeaf(const Json& value, std::string& out) {
-  switch (value.kind) {
-    case JsonKind::kBool:
-      out += value.boolean ? "true" : "false";
-      return;
-    case JsonKind::kNumber:
-      out += NumberText(value.number);
-      return;
-    case JsonKind::kString:
-      AppendQuoted(value.text, out);
-      return;
-    default:
-      out += "null";
-      return;
-  }
-}
-
-// Writes what stands in front of the next child: the comma and, in an object, the key.
-void AppendChildLead(const OpenContainer& container, std::string& out) {
-  if (container.written > 0) out += ',';
-  if (!container.value->IsObject()) return;
-  AppendQuoted(container.value->keys[container.written], out);
-  out += ':';
-}
 
 void AppendEscaped(char byte, std::string& out) {
   switch (byte) {
@@ -83,10 +52,51 @@ void AppendEscaped(char byte, std::string& out) {
   out += escape;
 }
 
+void AppendEscaped(std::string_view bytes, std::string& out) {
+  for (const char byte : bytes)
+    AppendEscaped(byte, out);
+}
+
+void AppendQuoted(std::string_view bytes, std::string& out) {
+  out += '"';
+  AppendEscaped(bytes, out);
+  out += '"';
+}
+
+bool IsContainer(const Json& value) {
+  return value.IsArray() || value.IsObject();
+}
+
+void AppendLeaf(const Json& value, std::string& out) {
+  switch (value.kind) {
+    case JsonKind::kBool:
+      out += value.boolean ? "true" : "false";
+      return;
+    case JsonKind::kNumber:
+      out += NumberText(value.number);
+      return;
+    case JsonKind::kString:
+      AppendQuoted(value.text, out);
+      return;
+    default:
+      out += "null";
+      return;
+  }
+}
+
+// Writes what stands in front of the next child: the comma and, in an object, the key.
+void AppendChildLead(const OpenContainer& container, std::string& out) {
+  if (container.written > 0) out += ',';
+  if (!container.value->IsObject()) return;
+  AppendQuoted(container.value->keys[container.written], out);
+  out += ':';
+}
+
 }  // namespace
 
 std::string Json::Dump() const {
   std::string out;
+  out.reserve(kUsualBytes);
   std::vector<OpenContainer> open;
   const Json* next = this;
   while (true) {
@@ -109,8 +119,7 @@ std::string Json::Dump() const {
 std::string Json::EscapeString(std::string_view bytes) {
   std::string out;
   out.reserve(bytes.size());
-  for (const char byte : bytes)
-    AppendEscaped(byte, out);
+  AppendEscaped(bytes, out);
   return out;
 }
 

@@ -1,4 +1,9 @@
 // How the numbers of the documents turn into integers and text. All of them are doubles.
+//
+// For Json's conversions and its writer (json/json.h). Both functions are total: every double has
+// an answer, NaN and the infinities too, and no answer depends on what the compiler makes of an
+// undefined cast. Integers are exact up to 2^53, which every count and every time in milliseconds
+// stays far below. Pure; any thread.
 
 #ifndef TARNVALE_KIOSKD_JSON_NUMBER_H_
 #define TARNVALE_KIOSKD_JSON_NUMBER_H_

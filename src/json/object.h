@@ -1,5 +1,10 @@
-// Reading texts that should hold a JSON object, portal replies and documents kept inside the state,
-// and writing members that may be missing.
+// Reading texts that should hold a JSON object, and writing members that may be missing.
+//
+// For whoever reads a reply of the portal or a document that is kept as text inside the state, and
+// asks for members one by one: what is no object reads as an empty one, and a member of another
+// type as absent, so no caller tests for either. The text's limit is its reader's (65,537 bytes
+// from the portal, 4 MiB in the state). Pure functions on any thread; silent: whoever needs to tell
+// bad text from an absent one asks Json::Parse.
 
 #ifndef TARNVALE_KIOSKD_JSON_OBJECT_H_
 #define TARNVALE_KIOSKD_JSON_OBJECT_H_

@@ -1,3 +1,5 @@
+#include <string.h>
+
 #include <cstdio>
 #include <cstdlib>
 #include <utility>
@@ -59,9 +61,18 @@ struct OpenContainer {
   std::string key;  // In an object: the member whose value comes next.
 };
 
+// A request that is not complete yet may hold a secret already, and what was read of it is given
+// up.
+void Wipe(std::string& text) {
+  ::explicit_bzero(text.data(), text.size());
+}
+
 class Parser {
  public:
   explicit Parser(std::string_view text) : text_(text) {}
+  ~Parser();
+  Parser(const Parser&) = delete;
+  Parser& operator=(const Parser&) = delete;
 
   std::optional<Json> ParseFirstValue();
   const std::string& Error() const {
@@ -98,6 +109,14 @@ class Parser {
   std::string error_;
   std::vector<OpenContainer> open_;
 };
+
+// What is still open was given up.
+Parser::~Parser() {
+  for (OpenContainer& container : open_) {
+    for (Json& member : container.value.values)
+      Wipe(member.text);
+  }
+}
 
 bool Parser::TakeIf(char byte) {
   if (AtEnd() || Peek() != byte) return false;
@@ -144,7 +163,9 @@ bool Parser::BeginValue(std::optional<Json>& leaf) {
   switch (Peek()) {
     case '"':
       leaf.emplace(std::string());
-      return ParseString(leaf->text);
+      if (ParseString(leaf->text)) return true;
+      Wipe(leaf->text);
+      return false;
     case '[':
       return OpenArray(leaf);
     case '{':

@@ -1,5 +1,11 @@
 // The kiosk account on a Linux system: the slots lookupKioskAccount, runSetupTool and
-// dropAdminGroups. Any thread; the callers hold the lifecycle lock where two runs must not overlap.
+// dropAdminGroups.
+//
+// Called at start-up, by the service loop and by commands, on their threads. Reads the account and
+// group databases through the C library, in records of at most 16 and 64 KiB. Runs the setup tool
+// of the configuration, for up to 15 minutes, because it may install packages, and gpasswd, for up
+// to 15 s a group. Provisioning and removal hold the lifecycle lock across the setup tool, so two
+// of its runs never overlap.
 
 #ifndef TARNVALE_KIOSKD_KIOSK_ACCOUNT_LINUX_H_
 #define TARNVALE_KIOSKD_KIOSK_ACCOUNT_LINUX_H_

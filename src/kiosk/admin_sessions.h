@@ -1,5 +1,11 @@
 // The administrators' sessions: those that begin while maintenance is in force, whose end will end
 // it.
+//
+// An administrator leaves the kiosk, signs in at the console, and maintenance lasts until that
+// person signs out again. The session watcher (kiosk/session_watcher.cc) adds and takes out the ids
+// as it sees sessions come and go, every 2 s; Run takes the sessions that exist for known when the
+// service starts during maintenance; `maintenance` begins with none. The ids are kept in memory
+// alone: after a restart of the terminal no session is left that could end it.
 
 #ifndef TARNVALE_KIOSKD_KIOSK_ADMIN_SESSIONS_H_
 #define TARNVALE_KIOSKD_KIOSK_ADMIN_SESSIONS_H_

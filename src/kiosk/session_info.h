@@ -1,4 +1,9 @@
-// One logind session as the service sees it.
+// One logind session as the service sees it. Data and nothing else.
+//
+// Filled by the slots listSessions and sessionOfPid (kiosk/sessions_linux.h) from the properties of
+// logind's session object, and read by the rules that ask who is at the terminal. A property that
+// logind did not tell keeps the value here, and those values are the cautious ones: nobody's uid,
+// no class, not at this machine. So a session of which nothing is known gets no right.
 
 #ifndef TARNVALE_KIOSKD_KIOSK_SESSION_INFO_H_
 #define TARNVALE_KIOSKD_KIOSK_SESSION_INFO_H_

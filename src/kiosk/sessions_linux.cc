@@ -7,9 +7,6 @@
 namespace Tarnvale::KioskService {
 namespace {
 
-constexpr char kLogindName[] = "org.freedesktop.login1";
-constexpr char kLogindPath[] = "/org/freedesktop/login1";
-constexpr char kManagerInterface[] = "org.freedesktop.login1.Manager";
 constexpr char kSessionInterface[] = "org.freedesktop.login1.Session";
 constexpr char kPropertiesInterface[] = "org.freedesktop.DBus.Properties";
 
@@ -48,7 +45,7 @@ void TakeProperty(std::string_view name, GVariant* value, SessionInfo& info) {
 }
 
 Variant CallManager(const char* method, GVariant* parameters, const char* replyType) {
-  return DbusCall(kLogindName, kLogindPath, kManagerInterface, method, parameters, replyType,
+  return DbusCall(kLogindName, kLogindPath, kLogindManager, method, parameters, replyType,
                   kDbusReadTimeoutMs);
 }
 

@@ -135,7 +135,8 @@ bool HandleUnknown(const std::string& token) {
         "kiosk mode stays unless that lasts 24 hours\n");
     return false;
   }
-  if (nowMs - sinceMs < kUnknownGraceMs) return false;
+  // The side with the clock is subtracted from: the state file may hold any number.
+  if (sinceMs > nowMs - kUnknownGraceMs) return false;
   Log("<4>check-in: the token has been unknown to AuthSystem for over 24 hours\n");
   RemoveIfInForce(token,
                   "the portal has not known this terminal for 24 hours (401, status unknown)");

@@ -1,4 +1,10 @@
-// The result of one HTTP exchange with the portal.
+// The result of one HTTP exchange with the portal. Data and nothing else.
+//
+// Filled by the slot http (portal/http_linux.h, or a stand-in of the simulator and the tests), read
+// by pairing, the check-in and the branding cache. It tells only whether there was an answer: what
+// status and body mean is for who asked. The body comes from outside and may be cut anywhere; it is
+// bounded by the caller's limit (65,536 bytes for documents) and one more byte, by which a caller
+// sees that there was more.
 
 #ifndef TARNVALE_KIOSKD_PORTAL_HTTP_H_
 #define TARNVALE_KIOSKD_PORTAL_HTTP_H_

@@ -1,7 +1,10 @@
 #include "portal/http_linux.h"
 
+#include <string.h>
+
 #include <curl/curl.h>
 
+#include <cstring>
 #include <memory>
 #include <mutex>
 
@@ -13,6 +16,7 @@ namespace Tarnvale::KioskService {
 namespace {
 
 constexpr long kExchangeTimeoutMs = 15 * kSecondMs;
+constexpr char kBearer[] = "Authorization: Bearer ";
 
 struct HandleCleanup {
   void operator()(CURL* handle) const {
@@ -21,8 +25,12 @@ struct HandleCleanup {
 };
 using Handle = std::unique_ptr<CURL, HandleCleanup>;
 
+// The device token stands in the last header. What libcurl copies of it into its own buffers is out
+// of reach, but this list is ours.
 struct HeadersFree {
   void operator()(curl_slist* headers) const {
+    for (const curl_slist* header = headers; header != nullptr; header = header->next)
+      ::explicit_bzero(header->data, std::strlen(header->data));
     curl_slist_free_all(headers);
   }
 };
@@ -54,7 +62,10 @@ Headers MakeHeaders(const std::string& token, const std::string& accept) {
   AppendHeader(headers, "Content-Type: application/json");
   AppendHeader(headers, "Accept: " + accept);
   if (token.empty()) return headers;
-  std::string line = "Authorization: Bearer " + token;
+  std::string line;
+  line.reserve(sizeof kBearer +
+               token.size());  // a text that grows would leave its beginnings behind
+  line.append(kBearer).append(token);
   AppendHeader(headers, line);
   WipeText(line);
   return headers;

@@ -1,4 +1,11 @@
-// The HTTP client: the slot http, made with libcurl.
+// The HTTP client: the slot http, made with libcurl, the one library that talks to the network.
+//
+// Called through PortalRequest (portal/request.h) on the service loop and on connections' threads,
+// several at once. Each exchange has a handle and a connection of its own, kept by nobody, and
+// lasts at most 15 s; there is no pool, no cookie and no retry, because the callers ask rarely and
+// have a schedule for failures. No redirect is followed, because a token goes with the request. The
+// URL must be http or https; certificates are verified as libcurl does by default. Silent: who
+// asked logs what an answer means.
 
 #ifndef TARNVALE_KIOSKD_PORTAL_HTTP_LINUX_H_
 #define TARNVALE_KIOSKD_PORTAL_HTTP_LINUX_H_

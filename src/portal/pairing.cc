@@ -89,10 +89,19 @@ std::string ReplyCodeOverLocked(const char* error) REQUIRES(pairingLock) {
   return ReplyError(error);
 }
 
+// The token of the portal's answer; no other copy of it stays behind. Empty when there is none.
+std::string TakeToken(Http& http) {
+  Json body = ParseObjectOrEmpty(http.body);
+  std::string token = StringMember(body, "deviceToken");
+  WipeTexts(body);
+  WipeText(http.body);
+  return token;
+}
+
 // Asks the portal about the code. With a token in `token` the pairing goes on; otherwise the result
 // is the reply to the caller.
 std::string AskForTokenLocked(const std::string& code, std::string& token) REQUIRES(pairingLock) {
-  const Http http =
+  Http http =
       PortalRequest("GET", "/api/kiosk/pair/" + code, "", "", kMaxPortalReplyBytes, kAcceptJson);
   if (!http.ok || http.status >= kHttpServerError) return ReplyNotPaired("unreachable");
   if (http.status == kHttpAccepted) return ReplyNotPaired();
@@ -102,7 +111,7 @@ std::string AskForTokenLocked(const std::string& code, std::string& token) REQUI
   if (http.status == kHttpConflict) return ReplyCodeOverLocked("claimed");
   if (http.status != kHttpOk) return ReplyError("server_error");
   pendingCode.clear();
-  token = StringMember(ParseObjectOrEmpty(http.body), "deviceToken");
+  token = TakeToken(http);
   return token.empty() ? ReplyError("server_error") : std::string();
 }
 
@@ -114,6 +123,17 @@ void StoreIdentity(const std::string& token) {
   StateDocument().Set(StateKey::kDeviceToken, token);
   StateDocument().Set(StateKey::kDeviceId, deviceId);
   StateSave();
+}
+
+// What follows the check-in with the new token: the reply to the caller.
+std::string FinishEnrolment(const CheckInResult& result, const std::string& token)
+    EXCLUDES(lifecycleLock, powerLock, pairingLock, stateLock, signallingLock) {
+  if (ApplyDeviceStatus(result, token)) return ReplyError("revoked");
+  if (result.outcome != CheckInOutcome::kEnrolled) return ReplyPairedUnreachable();
+  const std::string failure = ProvisionKiosk();
+  if (!failure.empty()) return ReplyError(failure);
+  ScheduleRestart();
+  return ReplyRestarting();
 }
 
 }  // namespace
@@ -166,12 +186,9 @@ std::string PairCheck(const Json& request) {
   WakeServiceLoop();
   const CheckInResult result = CheckIn(token);
   lock.Unlock();  // a removal clears the pending code under this lock
-  if (ApplyDeviceStatus(result, token)) return ReplyError("revoked");
-  if (result.outcome != CheckInOutcome::kEnrolled) return ReplyPairedUnreachable();
-  const std::string failure = ProvisionKiosk();
-  if (!failure.empty()) return ReplyError(failure);
-  ScheduleRestart();
-  return ReplyRestarting();
+  std::string reply = FinishEnrolment(result, token);
+  WipeText(token);  // the state alone keeps it
+  return reply;
 }
 
 }  // namespace Tarnvale::KioskService

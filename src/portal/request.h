@@ -1,4 +1,9 @@
-// Requests to the portal by their path.
+// Requests to the portal by their path: where the portal is, and what an exchange may cost.
+//
+// For pairing, the check-in and the branding cache, on the service loop and on connections'
+// threads. Each request looks the base URL up anew and makes one exchange of at most 15 s through
+// the slot http. Takes the state lock for that look alone; of its callers only pairing holds a lock
+// of its own across the exchange.
 
 #ifndef TARNVALE_KIOSKD_PORTAL_REQUEST_H_
 #define TARNVALE_KIOSKD_PORTAL_REQUEST_H_

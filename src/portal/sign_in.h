@@ -1,4 +1,10 @@
-// The sign-in methods that the portal allows at the terminal.
+// The sign-in methods that the portal allows at the terminal, and the hosts that they need.
+//
+// The check-in (portal/check_in.cc) normalises what the portal sent and keeps the text of the
+// result in the state; `status` normalises that text once more, so the client always gets all
+// members, also before the first check-in and from a state of an older build. What is wrong is
+// passed over, never refused: a terminal that nobody can sign in to helps nobody. Limits: 10 hosts,
+// of 253 bytes each. Pure functions on any thread; silent.
 
 #ifndef TARNVALE_KIOSKD_PORTAL_SIGN_IN_H_
 #define TARNVALE_KIOSKD_PORTAL_SIGN_IN_H_

@@ -1,4 +1,10 @@
 // The terminal's display name, as the portal sends it.
+//
+// A person typed it into the portal; the kiosk user interface shows it. The check-in
+// (portal/check_in.cc) cleans it before it is kept in the state, because from there it goes to the
+// client and, on a change, to the log, where a line feed would begin a line of its own. Limits: 80
+// characters, so at most 320 bytes; the portal's reply is bounded to 65,537 before. A pure
+// function, linear in the text; any thread; silent.
 
 #ifndef TARNVALE_KIOSKD_PORTAL_TERMINAL_NAME_H_
 #define TARNVALE_KIOSKD_PORTAL_TERMINAL_NAME_H_

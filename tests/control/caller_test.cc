@@ -286,6 +286,10 @@ INSTANTIATE_TEST_SUITE_P(
         ClassRow{"KioskFromAfar", kTestKioskUid, SessionOf(kTestKioskUid, "c7", true), "none",
                  "kiosk"},
         ClassRow{"KioskWithoutSession", kTestKioskUid, std::nullopt, "none", "none"},
+        ClassRow{"PersonInTheKiosksSession", kTestPersonUid, SessionOf(kTestKioskUid, "c7"),
+                 "interactive enrolling", "interactive enrolling"},
+        ClassRow{"RootInTheKiosksSession", 0, SessionOf(kTestKioskUid, "c7"), "interactive",
+                 "interactive"},
         ClassRow{"KioskInAnothersSession", kTestKioskUid, SessionOf(kTestPersonUid, "4"), "none",
                  "none"}),
     kNameOfRow);

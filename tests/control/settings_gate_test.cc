@@ -2,6 +2,7 @@
 
 #include "control/dispatch.h"
 #include "core/state.h"
+#include "device/updates.h"
 #include "kiosk/unlock.h"
 #include "support/service_test.h"
 #include "support/test_clock.h"
@@ -122,12 +123,77 @@ TEST_F(SettingsGateTest, DoesNotEndAnExpiredUnlockWithoutAToken) {
   EXPECT_TRUE(log.Has(kExpiredLine)) << "ended here, not before";
 }
 
+TEST_F(SettingsGateTest, CarriesOutAChangeOfTheNetworkWithoutAnEnrolment) {
+  StateClear(StateKey::kDeviceToken);
+  ops.applyNetwork = [](const NetChange& change) {
+    EXPECT_EQ(change.adapter, "eth0");
+    return std::string();
+  };
+  const std::string request =
+      R"({"cmd":"net.set","adapter":"eth0","mode":"dhcp","unlockToken":")" + token + R"("})";
+
+  EXPECT_EQ(Dispatch(request, Kiosk(), after), R"({"ok":true})");
+
+  EXPECT_EQ(calls.Count("applyNetwork"), 1);
+}
+
+TEST_F(SettingsGateTest, LeavesItToPowerSetToAskForAnEnrolmentFirstOfAll) {
+  StateClear(StateKey::kDeviceToken);
+
+  EXPECT_EQ(Dispatch(Request("power.set", Quoted(token)), Kiosk(), after),
+            R"({"ok":false,"error":"not_enrolled"})");
+  ExpectRefused("power.set", Request("power.set", Quoted("wrong")));
+}
+
 TEST_F(SettingsGateTest, AsksForNoEnrolment) {
   StateClear(StateKey::kDeviceToken);
 
   const std::string reply = Dispatch(Request("net.set", Quoted(token)), Kiosk(), after);
 
   EXPECT_EQ(reply.find("not_"), std::string::npos) << reply;
+}
+
+TEST_F(SettingsGateTest, LetsACommandEndWhoseUnlockExpiresMeanwhile) {
+  ops.ntpServer = [] { return "ntp.example"; };
+  ops.sntpOffset = [](const std::string&, long*) {
+    TestClock::AdvanceMs(600'000);
+    return false;
+  };
+  ops.resyncClock = [] { return true; };
+
+  EXPECT_EQ(ErrorOf(Send(Request("time.sync", Quoted(token)), Kiosk())), "");
+  EXPECT_EQ(ErrorOf(Send(Request("time.sync", Quoted(token)), Kiosk())), "not_unlocked");
+}
+
+// Each command by what it alone does, or says.
+TEST_F(SettingsGateTest, RoutesEachNameToItsOwnCommand) {
+  ops.applyNetwork = [](const NetChange&) { return std::string("unknown_adapter"); };
+  ops.applyProxy = [](const ProxyChange&) { return false; };
+  ops.ntpServer = [] { return "ntp.example"; };
+  ops.sntpOffset = [](const std::string&, long*) { return false; };
+  ops.resyncClock = [] { return false; };
+  StateClear(StateKey::kDeviceToken);
+  ASSERT_TRUE(TryBeginUpdates());
+  const struct {
+    std::string name;
+    std::string members;
+    std::string start;  // of the reply
+  } rows[] = {
+      {"net.set", R"("adapter":"eth0","mode":"dhcp")", R"({"ok":false,"error":"unknown_adapter")"},
+      {"time.sync", R"("mode":0)", R"({"ok":false,"error":"unreachable")"},
+      {"power.get", R"("mode":0)", R"({"ok":true,"policy":)"},
+      {"power.set", R"("mode":0)", R"({"ok":false,"error":"not_enrolled")"},
+      {"proxy.set", R"("mode":"none")", R"({"ok":false,"error":"failed")"},
+      {"os.updates", R"("check":true)", R"({"ok":true,"checking":)"},
+      {"os.install", R"("check":true)", R"({"ok":false,"error":"busy")"},
+  };
+
+  for (const auto& row : rows) {
+    const std::string reply = Dispatch(
+        R"({"cmd":")" + row.name + R"(","unlockToken":)" + Quoted(token) + "," + row.members + "}",
+        Kiosk(), after);
+    EXPECT_TRUE(reply.starts_with(row.start)) << row.name << ": " << reply;
+  }
 }
 
 TEST_F(SettingsGateTest, IsClosedOnceMaintenanceHasBegun) {

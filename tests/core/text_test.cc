@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -61,6 +62,33 @@ TEST(SplitLines, GivesThePartsBetweenLineFeeds) {
   EXPECT_EQ(SplitLines("\n"), Texts{""});
   EXPECT_EQ(SplitLines("\n\na\n\n"), (Texts{"", "", "a", ""}));
   EXPECT_EQ(SplitLines("a\r\n b\0c\n"s), (Texts{"a\r", " b\0c"s}));
+}
+
+TEST(ParseNumber, TakesAWholeDecimalNumberWithinItsBounds) {
+  const struct {
+    const char* text;
+    std::uint32_t lowest;
+    std::uint32_t highest;
+    bool taken;
+  } rows[] = {{"16", 1, 16, true},
+              {"17", 1, 16, false},
+              {"+1", 1, 16, false},
+              {"1", 1, 16, true},
+              {"0", 1, 16, false},
+              {"007", 1, 16, true},
+              {"", 0, 16, false},
+              {" 1", 1, 16, false},
+              {"1 ", 1, 16, false},
+              {"-1", 0, 16, false},
+              {"0x1", 0, 16, false},
+              {"4294967295", 0, 4294967295, true},
+              {"4294967296", 0, 4294967295, false}};
+
+  for (const auto& row : rows) {
+    std::uint32_t number = 99;
+    EXPECT_EQ(ParseNumber(row.text, row.lowest, row.highest, number), row.taken) << row.text;
+    EXPECT_EQ(number == 99, !row.taken) << row.text;
+  }
 }
 
 TEST(SplitWords, GivesTheWordsBetweenWhiteSpace) {

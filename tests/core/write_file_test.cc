@@ -10,18 +10,16 @@
 #include <string>
 #include <vector>
 
-#include "core/failing_calls.h"
 #include "core/file_size_limit.h"
 #include "core/files.h"
-#include "support/log_capture.h"
-#include "support/temp_dir.h"
+#include "core/write_test.h"
 
 namespace Tarnvale::KioskService {
 namespace {
 
 using std::string_literals::operator""s;
 
-class WriteFileAtomicTest : public ::testing::Test {
+class WriteFileAtomicTest : public WriteTest {
  protected:
   // A failure leaves the old file, takes its own temporary one away, and says one line.
   void ExpectRefused(const std::string& reason, const std::string& text = "new") {
@@ -30,16 +28,7 @@ class WriteFileAtomicTest : public ::testing::Test {
     EXPECT_EQ(ReadText(path), "old");
     EXPECT_FALSE(Exists(temporary));
   }
-
-  TempDir dir;
-  const std::string path = dir.At("file");
-  const std::string temporary = path + ".tmp";
-  FailingCalls calls;
-  LogCapture log;
 };
-
-// Room for the log, which is a file as well.
-constexpr std::size_t kRoomBytes = 4096;
 
 ino_t InodeOf(const std::string& path) {
   struct stat status = {};

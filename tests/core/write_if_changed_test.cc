@@ -10,11 +10,9 @@
 #include <string>
 #include <vector>
 
-#include "core/failing_calls.h"
 #include "core/file_size_limit.h"
 #include "core/files.h"
-#include "support/log_capture.h"
-#include "support/temp_dir.h"
+#include "core/write_test.h"
 
 namespace Tarnvale::KioskService {
 namespace {
@@ -27,17 +25,7 @@ struct stat StatusOf(const std::string& path) {
   return status;
 }
 
-class WriteIfChangedTest : public ::testing::Test {
- protected:
-  TempDir dir;
-  const std::string path = dir.At("file");
-  const std::string temporary = path + ".tmp";
-  FailingCalls calls;
-  LogCapture log;
-};
-
-// Room for the log, which is a file as well.
-constexpr std::size_t kRoomBytes = 4096;
+using WriteIfChangedTest = WriteTest;
 
 TEST_F(WriteIfChangedTest, WritesAFileThatIsMissing) {
   EXPECT_TRUE(WriteIfChanged(path, "a\0b\n\xff"s));

@@ -57,6 +57,10 @@ TEST_F(UpdatesRestart, ComesWhenTheReportIsWrittenAndTheWindowServed) {
   PassUntil(5, 2, 0);
 
   EXPECT_EQ(calls.Count("scheduleUpdateRestart"), 1);
+  const std::string state = StateFile().Dump();  // new members come last
+  EXPECT_LT(state.find("OsUpdatesReport"), state.find("OsUpdatesWindowDone"))
+      << "a service that dies between the two makes the run again rather than forgets to tell of "
+         "it";
 }
 
 TEST_F(UpdatesRestart, WaitsForThePersonWhoCameDuringTheRun) {

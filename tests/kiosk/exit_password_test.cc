@@ -4,7 +4,6 @@
 #include <memory>
 #include <ostream>
 #include <thread>
-#include <vector>
 
 #include "core/state.h"
 #include "support/other_thread.h"
@@ -433,15 +432,7 @@ TEST_F(TwoAtOnce, LeaveTheWayFreeForAThirdHoweverTheFirstEnds) {
 
 TEST_F(TwoAtOnce, HoldNoLockWhileThePortalThinks) {
   portal.AnswersWith(kCheckInPath, [](const PortalCall&) {
-    const std::vector<Mutex*> locks = {&lifecycleLock, &passwordLock, &unlockLock, &stateLock};
-    OtherThread other([&locks] {
-      for (Mutex* lock : locks) {
-        lock->Lock();
-        lock->Unlock();
-      }
-      return std::string();
-    });
-    EXPECT_TRUE(Eventually([&] { return other.IsDone(); }));
+    EXPECT_TRUE(AreFree({&lifecycleLock, &passwordLock, &unlockLock, &stateLock}));
     return Http{.ok = true, .status = 200, .body = kEnrolledReply, .error = {}};
   });
 

@@ -30,11 +30,7 @@ std::string Error(const std::string& code) {
 class MaintenanceTest : public ServiceTest {
  protected:
   void SetUp() override {
-    Enrol();
-    Provision();
-    ExitPasswordIs(kTestExitPassword);
-    // The first check-in tells its news to the log; what this test looks at comes after it.
-    StateSetString(StateKey::kSignIn, R"({"microsoft":true,"email":false,"extraHosts":[]})");
+    IsInService();
     ops.setMaintenanceMarker = [this](bool allowKiosk, bool startKiosk) {
       marks.push_back({allowKiosk, startKiosk});
     };
@@ -210,6 +206,16 @@ TEST_F(WithUnlock, TakesTheTokenOnce) {
 
   EXPECT_EQ(Enter(token, ""), Error("not_unlocked"));
   EXPECT_FALSE(UnlockValid(token, kTestKioskSession));
+}
+
+TEST_F(WithUnlock, IsOverBeforeTheMarkerIsMade) {
+  ops.setMaintenanceMarker = [this](bool, bool) {
+    EXPECT_FALSE(UnlockValid(token, kTestKioskSession));
+  };
+
+  EXPECT_EQ(Enter(token, ""), kOk);
+
+  EXPECT_EQ(calls.Count("setMaintenanceMarker"), 1);
 }
 
 TEST_F(WithUnlock, IsRefusedWithoutAnEnrolmentWhateverThePassword) {

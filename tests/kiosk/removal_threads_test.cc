@@ -115,6 +115,38 @@ TEST_F(RemovalThreadsTest, WaitsForTheSetupToolOfAProvisioning) {
   EXPECT_EQ(StateGetString(StateKey::kAccountUid), "");
 }
 
+TEST_F(RemovalThreadsTest, LetsNobodyAtThePowerBetweenItsRemovalAndItsKeys) {
+  StateSetString(StateKey::kPowerPolicy, "p");
+  StateSetString(StateKey::kPowerError, "e");
+  std::unique_ptr<OtherThread> change;
+  ops.removePower = [&change] {
+    change = std::make_unique<OtherThread>([] {
+      const MutexLock lock(powerLock);
+      return StateGetString(StateKey::kPowerPolicy) + StateGetString(StateKey::kPowerError);
+    });
+    EXPECT_TRUE(Eventually([&] { return change->IsAtRest(); }));
+    EXPECT_FALSE(change->IsDone());
+  };
+
+  RemoveKioskMode("a test");
+
+  EXPECT_EQ(change->Result(), "");
+}
+
+TEST_F(RemovalThreadsTest, LetsThePowerGoBeforeItDealsWithTheAccount) {
+  ops.endKioskSessions = [](bool) {
+    OtherThread change([] {
+      const MutexLock lock(powerLock);
+      return std::string();
+    });
+    EXPECT_TRUE(Eventually([&] { return change.IsDone(); }));
+  };
+
+  RemoveKioskMode("a test");
+
+  EXPECT_EQ(calls.Count("endKioskSessions"), 1);
+}
+
 // A terminal that was paired anew has taken the account back.
 TEST_F(RemovalThreadsTest, FinishesNoRemovalThatAProvisioningOvertook) {
   StateSetInt(StateKey::kTeardownPending, 1);

@@ -1,5 +1,7 @@
 #include "kiosk/session_watcher.h"
 
+#include <filesystem>
+
 #include "core/clock.h"
 #include "core/state.h"
 #include "core/stop.h"
@@ -155,6 +157,20 @@ TEST_F(SessionWatcherTickTest, EndsTheUnlockWhenLogindListsNothing) {
   EXPECT_EQ(log.Text(), std::string(kSignedOutLine) + "\n");
 }
 
+TEST_F(SessionWatcherTickTest, EndsTheUnlockBeforeItClearsTheReport) {
+  (void)Unlock();
+  ReportLive();
+  log.Clear();
+  std::filesystem::remove_all(config.runDir);  // so that the clearing tells of itself
+  SessionsAre({PersonSession()});
+
+  SessionWatcherTick();
+
+  ASSERT_EQ(log.Lines().size(), 2U) << log.Text();
+  EXPECT_EQ(log.Lines()[0], kSignedOutLine);
+  EXPECT_TRUE(log.Lines()[1].starts_with("<3>")) << log.Lines()[1];
+}
+
 class DuringMaintenance : public SessionWatcherTickTest {
  protected:
   void SetUp() override {
@@ -273,16 +289,8 @@ TEST_F(DuringMaintenance, TheUnlockAndTheReportGoBeforeMaintenanceEnds) {
 TEST_F(DuringMaintenance, TheWatcherHoldsNoLockWhenItEnds) {
   SignsIn(AdminSession());
   ops.setMaintenanceMarker = [](bool, bool) {
-    const std::vector<Mutex*> locks = {&lifecycleLock, &adminSessionsLock, &unlockLock,
-                                       &presenceLock, &stateLock};
-    OtherThread other([&locks] {
-      for (Mutex* lock : locks) {
-        lock->Lock();
-        lock->Unlock();
-      }
-      return std::string();
-    });
-    EXPECT_TRUE(Eventually([&] { return other.IsDone(); }));
+    EXPECT_TRUE(
+        AreFree({&lifecycleLock, &adminSessionsLock, &unlockLock, &presenceLock, &stateLock}));
   };
 
   SignsOut();

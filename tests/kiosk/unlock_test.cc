@@ -31,11 +31,7 @@ void Wipe() {
 class HandleUnlockTest : public ServiceTest {
  protected:
   void SetUp() override {
-    Enrol();
-    Provision();
-    ExitPasswordIs(kTestExitPassword);
-    // The first check-in tells its news to the log; what this test looks at comes after it.
-    StateSetString(StateKey::kSignIn, R"({"microsoft":true,"email":false,"extraHosts":[]})");
+    IsInService();
   }
   static std::string UnlockFor(const std::string& session) {
     return Json::Parse(HandleUnlock(kTestExitPassword, session))->Get("unlockToken").AsString("");

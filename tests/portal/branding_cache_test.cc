@@ -76,6 +76,20 @@ TEST_F(PrepareBrandingDirTest, ReplacesAFileOrALinkInItsPlace) {
   }
 }
 
+// What the link leads to may be anybody's; the cache is made beside it.
+TEST_F(PrepareBrandingDirTest, ReplacesALinkInThePlaceOfItsParent) {
+  std::filesystem::create_directories(dir.At("target/branding"));
+  std::filesystem::create_directory(dir.At("cache"));
+  std::filesystem::create_symlink(dir.At("target"), dir.At("cache/kiosk"));
+
+  EXPECT_TRUE(Prepare());
+
+  EXPECT_EQ(log.Text(), "<4>removing " + dir.At("cache/kiosk") + ": not a plain directory\n");
+  EXPECT_FALSE(std::filesystem::is_symlink(dir.At("cache/kiosk")));
+  EXPECT_TRUE(std::filesystem::is_directory(config.brandingDir));
+  EXPECT_TRUE(Exists(dir.At("target/branding")));
+}
+
 TEST_F(PrepareBrandingDirTest, FailsBelowAFileThatIsNotItsParent) {
   WriteText(dir.At("cache"), "");
 

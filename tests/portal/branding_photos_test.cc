@@ -209,6 +209,30 @@ TEST_F(BrandingPhotosTest, GiveWayToADirectoryOfTheirNameOnce) {
   EXPECT_EQ(ReadText(At(photo)), "a photo");
 }
 
+TEST_F(BrandingPhotosTest, GiveWayToADirectoryOfTheirTemporaryNameOnce) {
+  const std::string photo = PortalHas("a photo");
+  std::filesystem::create_directories(At(photo + ".tmp"));
+
+  Update(Branding({photo}));
+  EXPECT_EQ(log.Lines().front(), "<3>cannot create " + At(photo) + ".tmp (File exists)");
+  EXPECT_EQ(Files(), Names{"branding.json"});
+
+  Update(Branding({photo}));
+  EXPECT_EQ(Files(), Sorted({photo, "branding.json"}));
+}
+
+TEST_F(BrandingPhotosTest, AreNotReachedThroughALinkOfTheirTemporaryName) {
+  const std::string photo = PortalHas("a photo");
+  MakeDirectory();
+  WriteText(dir.At("target"), "untouched");
+  std::filesystem::create_symlink(dir.At("target"), At(photo + ".tmp"));
+
+  Update(Branding({photo}));
+
+  EXPECT_EQ(ReadText(At(photo)), "a photo");
+  EXPECT_EQ(ReadText(dir.At("target")), "untouched");
+}
+
 TEST_F(BrandingPhotosTest, HoldUpNothingWhenTheyCannotBeWritten) {
   const std::string large = PortalHas(std::string(5000, 'x'));
   const std::string small = PortalHas("small");

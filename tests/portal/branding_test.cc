@@ -4,6 +4,7 @@
 
 #include "core/file_size_limit.h"
 #include "core/state.h"
+#include "portal/branding_manifest.h"
 #include "support/save_counter.h"
 
 namespace Tarnvale::KioskService {
@@ -81,15 +82,30 @@ TEST_F(UpdateBrandingTest, ReplacesAManifestThatIsNotItsOwn) {
   };
   const auto makeHuge = [this] { WriteText(At("branding.json"), std::string(262'145, ' ')); };
   const auto makeDirectory = [this] { std::filesystem::create_directory(At("branding.json")); };
+  const auto makeFifo = [this] { EXPECT_EQ(::mkfifo(At("branding.json").c_str(), 0600), 0); };
   for (const std::function<void()>& make :
        {std::function<void()>(makeLink), std::function<void()>(makeHuge),
-        std::function<void()>(makeDirectory)}) {
+        std::function<void()>(makeDirectory), std::function<void()>(makeFifo)}) {
     make();
     Update(Branding({}));
     EXPECT_EQ(Manifest().Get("displayName").text, "Lobby");
     std::filesystem::remove(At("branding.json"));
   }
   EXPECT_EQ(ReadText(dir.At("target")), "untouched");
+}
+
+TEST_F(UpdateBrandingTest, LooksAtAManifestOf256KiBAndWritesALargerOneAnew) {
+  const std::string::size_type rest = MakeBrandingManifest(Branding({}, "x"), "").Dump().size() - 1;
+  for (const std::size_t bytes : {262'144UL, 262'145UL}) {
+    const Json branding = Branding({}, std::string(bytes - rest, 'x'));
+    Update(branding);
+    ASSERT_EQ(ReadText(At("branding.json")).size(), bytes);
+    SaveCounter saves(config.brandingDir, "branding.json");
+
+    Update(branding);
+
+    EXPECT_EQ(saves.Count(), bytes > 262'144 ? 1 : 0);
+  }
 }
 
 TEST_F(UpdateBrandingTest, SweepsWhatIsLeftOver) {

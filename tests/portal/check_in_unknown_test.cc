@@ -1,5 +1,6 @@
 // A portal that does not recognise the terminal's token: a day is given, and then it ends.
 
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -73,6 +74,16 @@ TEST_F(UnknownDeviceTest, RemovesTheTerminalAfterExactly24Hours) {
   EXPECT_EQ(log.Lines(), (std::vector<std::string>{kOverADay, kRemoving}));
   EXPECT_EQ(CurrentDeviceToken(), "");
   EXPECT_EQ(StateGetInt(StateKey::kUnknownSince), 0);
+}
+
+// The difference of the two times does not fit into 64 bits.
+TEST_F(UnknownDeviceTest, TakesTheLeastTimeOfAllAsOverADayAgo) {
+  RemovalWorks();
+  StateSetInt(StateKey::kUnknownSince, std::numeric_limits<std::int64_t>::min());
+
+  EXPECT_TRUE(CheckInAsUnknown());
+
+  EXPECT_EQ(log.Lines(), (std::vector<std::string>{kOverADay, kRemoving}));
 }
 
 TEST_F(UnknownDeviceTest, CountsTheDayAcrossRestarts) {

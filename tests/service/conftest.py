@@ -10,7 +10,9 @@ import pytest
 from kioskd import Service
 from logind import Bus
 from scripted_portal import ScriptedPortal
-from terminal import Terminal
+from settings_kiosk import Kiosk, SmallDisk
+from stand_in import StandIn
+from terminal import CLIENT, Gate, Terminal
 
 
 @pytest.fixture
@@ -58,6 +60,20 @@ def portal():
 
 
 @pytest.fixture(scope="session")
+def shared_stand_in():
+    made = StandIn()
+    yield made
+    made.close()
+
+
+@pytest.fixture
+def stand_in(shared_stand_in):
+    """The project's own portal, with no terminals yet."""
+    shared_stand_in.post("/admin/reset")
+    return shared_stand_in
+
+
+@pytest.fixture(scope="session")
 def shared_bus():
     path = pathlib.Path(tempfile.mkdtemp(prefix="kioskd-bus-"))
     path.chmod(0o755)
@@ -79,6 +95,43 @@ def terminal(place):
     made = Terminal(place)
     yield made
     made.restore()
+
+
+@pytest.fixture
+def make_gate(place):
+    """Makes gates that stand open when the test ends, so that no tool hangs behind one."""
+    made = []
+
+    def make(name):
+        made.append(Gate(place / name))
+        return made[-1]
+
+    yield make
+    for gate in made:
+        gate.close()
+
+
+@pytest.fixture
+def kiosk(terminal, make_service, portal, bus, place):
+    """An enrolled terminal, not started yet."""
+    service = make_service("--client", str(CLIENT), "--auth-base", portal.url, executable=terminal.install(),
+                           bus=bus.address)
+    return Kiosk(terminal, service, portal, bus, place)
+
+
+@pytest.fixture
+def small_disk(kiosk):
+    """Puts a small disk under a directory; the service that writes there ends before its disk."""
+    disks = []
+
+    def mount(path):
+        disks.append(SmallDisk(path))
+        return disks[-1]
+
+    yield mount
+    kiosk.service.stop()
+    for disk in disks:
+        disk.unmount()
 
 
 def pytest_configure(config):

@@ -1,4 +1,4 @@
-"""A private system bus with a stand-in for logind on it, each a process of its own.
+"""A private system bus with stand-ins for logind and timedated on it, each a process of its own.
 
 A process belongs to the session that its environment names in XDG_SESSION_ID, as on a real terminal;
 logind itself goes by control groups, which a test cannot give to its peers.
@@ -21,6 +21,8 @@ PATH = "/org/freedesktop/login1"
 MANAGER = "org.freedesktop.login1.Manager"
 SESSION = "org.freedesktop.login1.Session"
 MOCK = "org.freedesktop.DBus.Mock"
+TIMEDATE_NAME = "org.freedesktop.timedate1"
+TIMEDATE_PATH = "/org/freedesktop/timedate1"
 
 CONFIG = """<busconfig>
   <type>system</type>
@@ -96,22 +98,86 @@ class Bus:
         flags = Gio.DBusConnectionFlags.AUTHENTICATION_CLIENT | Gio.DBusConnectionFlags.MESSAGE_BUS_CONNECTION
         connection = Gio.DBusConnection.new_for_address_sync(self.address, flags, None, None)
         self.logind = Logind(self.address, connection)
+        self.timedated = Timedated(self.address, connection)
 
     def close(self):
         self.logind.leave()
+        self.timedated.leave()
         self._daemon.terminate()
         self._daemon.wait()
         self._daemon.stdout.close()
 
 
-class Logind:
+class StandIn:
+    """A service of the system as a process of its own, which answers as it is told and keeps the calls."""
+
+    def __init__(self, address, connection, name, path, interface):
+        self._address = address
+        self._connection = connection
+        self._name = name
+        self._path = path
+        self._interface = interface
+        self._process = None
+
+    def _launch(self):
+        self._process = subprocess.Popen(
+            [sys.executable, "-m", "dbusmock", "--system", self._name, self._path, self._interface],
+            env=os.environ | {"DBUS_SYSTEM_BUS_ADDRESS": self._address}, stdout=subprocess.DEVNULL)
+        wait_until(self._is_on_the_bus, f"{self._name} to be on the bus")
+
+    def leave(self):
+        """It goes away; calls to it fail from now on."""
+        if self._process:
+            self._process.terminate()
+            self._process.wait()
+        self._process = None
+
+    def calls_of(self, name):
+        """How often it was asked for that."""
+        return len(self.arguments_of(name))
+
+    def arguments_of(self, name):
+        """What it was asked for that with, call by call."""
+        return [list(arguments) for _, arguments in self._mock("GetMethodCalls", "(s)", (name,))[0]]
+
+    def wait_for_call(self, name, times=1):
+        wait_until(lambda: self.calls_of(name) >= times, f"{self._name} to be asked for {name}")
+
+    def _is_on_the_bus(self):
+        return self._call("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+                          "NameHasOwner", GLib.Variant("(s)", (self._name,)))[0]
+
+    def _add_method(self, name, takes, gives, code):
+        self._mock("AddMethod", "(sssss)", (self._interface, name, takes, gives, code))
+
+    def _mock(self, method, kind=None, arguments=()):
+        return self._call(self._name, self._path, MOCK, method, kind and GLib.Variant(kind, arguments))
+
+    def _call(self, name, path, interface, method, parameters):
+        reply = self._connection.call_sync(name, path, interface, method, parameters, None,
+                                           Gio.DBusCallFlags.NONE, -1, None)
+        return reply.unpack()
+
+
+class Timedated(StandIn):
+    """Knows whether the clock is synchronised. Not on the bus before it begins."""
+
+    def __init__(self, address, connection):
+        super().__init__(address, connection, TIMEDATE_NAME, TIMEDATE_PATH, TIMEDATE_NAME)
+
+    def begin(self, synchronised):
+        self._launch()
+        self._add_method("SetNTP", "bb", "", "")
+        self._mock("AddProperty", "(ssv)",
+                   (TIMEDATE_NAME, "NTPSynchronized", GLib.Variant("b", synchronised)))
+
+
+class Logind(StandIn):
     """Answers for the sessions that a test makes, and keeps the calls."""
 
     def __init__(self, address, connection):
-        self._address = address
-        self._connection = connection
+        super().__init__(address, connection, NAME, PATH, MANAGER)
         self._sessions = {}
-        self._process = None
 
     def begin(self):
         """Makes it as new: running, with no sessions and no calls."""
@@ -123,19 +189,12 @@ class Logind:
         self._mock("ClearCalls")
 
     def _launch(self):
-        self._process = subprocess.Popen(
-            [sys.executable, "-m", "dbusmock", "--system", NAME, PATH, MANAGER],
-            env=os.environ | {"DBUS_SYSTEM_BUS_ADDRESS": self._address}, stdout=subprocess.DEVNULL)
-        wait_until(self._is_on_the_bus, "logind to be on the bus")
+        super()._launch()
         self._add_method("ListSessions", "", "a(susso)", LIST_SESSIONS)
         self._add_method("GetSessionByPID", "u", "o", GET_SESSION_BY_PID)
 
     def leave(self):
-        """logind goes away; calls to it fail from now on."""
-        if self._process:
-            self._process.terminate()
-            self._process.wait()
-        self._process = None
+        super().leave()
         self._sessions = {}
 
     def add(self, session):
@@ -150,25 +209,3 @@ class Logind:
 
     def refuse_reboot(self):
         self._add_method("Reboot", "b", "", REFUSE_REBOOT)
-
-    def calls_of(self, name):
-        """How often it was asked for that."""
-        return len(self._mock("GetMethodCalls", "(s)", (name,))[0])
-
-    def wait_for_call(self, name, times=1):
-        wait_until(lambda: self.calls_of(name) >= times, f"logind to be asked for {name}")
-
-    def _is_on_the_bus(self):
-        return self._call("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
-                          "NameHasOwner", GLib.Variant("(s)", (NAME,)))[0]
-
-    def _add_method(self, name, takes, gives, code):
-        self._mock("AddMethod", "(sssss)", (MANAGER, name, takes, gives, code))
-
-    def _mock(self, method, kind=None, arguments=()):
-        return self._call(NAME, PATH, MOCK, method, kind and GLib.Variant(kind, arguments))
-
-    def _call(self, name, path, interface, method, parameters):
-        reply = self._connection.call_sync(name, path, interface, method, parameters, None,
-                                           Gio.DBusCallFlags.NONE, -1, None)
-        return reply.unpack()

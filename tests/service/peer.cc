@@ -3,6 +3,7 @@
 // run it with other uids and in other sessions, and replace it while it runs.
 //
 //   peer SOCKET REQUEST           one request
+//   peer SOCKET -                 the bytes of standard input, as they are
 //   peer --wait SOCKET REQUEST    first connects, prints a line, and reads one from standard input
 
 #include <sys/socket.h>
@@ -10,6 +11,7 @@
 #include <unistd.h>
 
 #include <iostream>
+#include <iterator>
 #include <string>
 #include <string_view>
 
@@ -48,6 +50,11 @@ void WaitForTheWord() {
   std::getline(std::cin, line);
 }
 
+std::string ReadRequest(std::string_view argument) {
+  if (argument != "-") return std::string(argument) + '\n';
+  return {std::istreambuf_iterator<char>(std::cin), std::istreambuf_iterator<char>()};
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -57,7 +64,7 @@ int main(int argc, char** argv) {
   const int fd = Connect(argv[first]);
   if (fd < 0) return 1;
   if (waits) WaitForTheWord();
-  if (!SendAll(fd, std::string(argv[first + 1]) + '\n')) return 1;
+  if (!SendAll(fd, ReadRequest(argv[first + 1]))) return 1;
   PrintReply(fd);
   return 0;
 }

@@ -13,9 +13,11 @@ STRANGER = 47110
 
 
 def call_as(service, request, uid=STRANGER, session=None, image=PEER):
-    """Sends a request from a process of that uid, in that logind session; answers the reply."""
-    process = launch_peer(service, request, uid=uid, session=session, image=image)
-    output, _ = process.communicate(timeout=DEADLINE)
+    """Sends a request from a process of that uid, in that logind session; answers the reply. Bytes are sent as
+    they are."""
+    is_raw = isinstance(request, bytes)
+    process = launch_peer(service, "-" if is_raw else request, uid=uid, session=session, image=image)
+    output, _ = process.communicate(request if is_raw else None, timeout=DEADLINE)
     assert process.returncode == 0, "the peer could not connect"
     return json.loads(output)
 

@@ -1,5 +1,6 @@
 """A terminal inside the sandbox: the installed service and client, accounts, and the tools it calls."""
 
+import os
 import pathlib
 import shutil
 import socket
@@ -66,6 +67,24 @@ class Terminal:
         path.write_text(f'#!/bin/sh\necho "$@" >> {notes}\n{body}\n')
         path.chmod(0o755)
         return lambda: notes.read_text().splitlines() if notes.exists() else []
+
+
+class Gate:
+    """A named pipe that holds tools up until the test opens it."""
+
+    def __init__(self, path):
+        self.wait = f"read _ < {path}"
+        os.mkfifo(path)
+        # Open for both directions, so that neither side waits for the other to open its end.
+        self._pipe = os.open(path, os.O_RDWR | os.O_CLOEXEC)
+
+    def open(self, times=1):
+        """Lets that many tools through."""
+        os.write(self._pipe, b"\n" * times)
+
+    def close(self):
+        """Lets all through that are there."""
+        os.close(self._pipe)
 
 
 def copy_program(source, target, mode):

@@ -1,29 +1,12 @@
 // The slot applyPower on a terminal whose disk is full, or whose directories cannot be written.
 
-#include <sys/mount.h>
-
 #include <gtest/gtest.h>
 
+#include "slots/support/full_disk.h"
 #include "slots/support/power_terminal.h"
 
 namespace Tarnvale::KioskService {
 namespace {
-
-// A disk of its own over a directory, with no byte left on it.
-class FullDisk {
- public:
-  explicit FullDisk(const std::string& directory) : filler_(directory + "/filler") {
-    std::filesystem::create_directories(directory);
-    EXPECT_EQ(::mount("tmpfs", directory.c_str(), "tmpfs", 0, "size=4k"), 0);
-    WriteText(filler_, std::string(4096, 'x'));
-  }
-  void MakeRoom() const {
-    std::filesystem::remove(filler_);
-  }
-
- private:
-  std::string filler_;
-};
 
 using ApplyPowerDisk = PowerTerminalTest;
 

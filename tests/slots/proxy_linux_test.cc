@@ -236,6 +236,23 @@ TEST_F(ApplyProxyTest, SucceedsOverAnOldFileInADirectoryThatCannotBeWritten) {
   EXPECT_EQ(ReadText(envPath), "old\n");
 }
 
+TEST_F(ApplyProxyTest, SucceedsOverADirectoryOfThatName) {
+  std::filesystem::create_directories(envPath);
+
+  EXPECT_TRUE(Apply(None()));
+
+  EXPECT_EQ(log.Text(), "<3>cannot replace " + envPath + " (Is a directory)\n");
+}
+
+TEST_F(ApplyProxyTest, FailsOverALinkThatLeadsNowhere) {
+  std::filesystem::create_directories(envPath + ".tmp");
+  ASSERT_EQ(::symlink(directory.At("absent").c_str(), envPath.c_str()), 0);
+
+  EXPECT_FALSE(Apply(None()));
+
+  EXPECT_EQ(log.Text(), "<3>cannot write " + envPath + ".tmp\n");
+}
+
 TEST_F(ApplyProxyTest, SucceedsWhenThePackageManagersFileCannotBeWritten) {
   ASSERT_GT(std::filesystem::remove_all("/etc/apt/apt.conf.d"), 0U);
 

@@ -251,6 +251,19 @@ TEST_F(ResyncWithTimesyncd, GivesTheRestartTwentySeconds) {
   EXPECT_EQ(log.Text(), "<3>/usr/sbin/systemctl did not finish in 20 s; stopped\n");
 }
 
+// Where /lib is a directory of its own, the program is in one of the two.
+TEST_F(ResyncWithTimesyncd, IsInstalledInEitherPlace) {
+  constexpr char kLib[] = "/lib/systemd/systemd-timesyncd";
+  constexpr char kUsrLib[] = "/usr/lib/systemd/systemd-timesyncd";
+
+  StandIn::HideFromStat({kLib});
+  EXPECT_TRUE(ResyncClock());
+  StandIn::HideFromStat({kUsrLib});
+  EXPECT_TRUE(ResyncClock());
+  StandIn::HideFromStat({kLib, kUsrLib});
+  EXPECT_FALSE(ResyncClock());
+}
+
 TEST_F(ResyncWithTimesyncd, FailsWhenItIsNotInstalled) {
   std::filesystem::remove("/usr/lib/systemd/systemd-timesyncd");
 

@@ -8,6 +8,7 @@
 #include <filesystem>
 
 #include "device/updates_linux.h"
+#include "slots/support/full_disk.h"
 #include "slots/support/recorder.h"
 #include "slots/support/system_stand_ins.h"
 
@@ -35,6 +36,19 @@ TEST(RebootRequiredTest, IsTrueForAMarkerOfAnyKind) {
   std::filesystem::create_directory("/run/reboot-required");
 
   EXPECT_TRUE(RebootRequired());
+}
+
+// Where /var/run is a directory of its own, the marker is in one of the two.
+TEST(RebootRequiredTest, IsTrueForAMarkerInEitherPlace) {
+  WriteText("/run/reboot-required", "");
+  ASSERT_EQ(std::filesystem::canonical("/var/run"), "/run");
+
+  StandIn::HideFromStat({"/run/reboot-required"});
+  EXPECT_TRUE(RebootRequired());
+  StandIn::HideFromStat({"/var/run/reboot-required"});
+  EXPECT_TRUE(RebootRequired());
+  StandIn::HideFromStat({"/run/reboot-required", "/var/run/reboot-required"});
+  EXPECT_FALSE(RebootRequired());
 }
 
 TEST(RebootRequiredTest, IsFalseForAMarkerThatLeadsNowhere) {
@@ -145,6 +159,20 @@ TEST_F(UpdatesScheduleTest, LogsThatItCannotBeTaken) {
   TakeUpdatesSchedule({});
 
   EXPECT_EQ(log.Text(), "<3>cannot write " + std::string(kPath) + ".tmp\n");
+}
+
+TEST_F(UpdatesScheduleTest, IsTakenAsSoonAsAFullDiskHasRoom) {
+  const FullDisk disk(kConfigDir);
+
+  TakeUpdatesSchedule({});
+  EXPECT_EQ(log.Text(), "<3>cannot write " + std::string(kPath) + ".tmp\n");
+  EXPECT_FALSE(Exists(kPath));
+
+  disk.MakeRoom();
+  TakeUpdatesSchedule({});
+  EXPECT_EQ(log.Lines().size(), 1U);
+  EXPECT_EQ(ReadText(kPath), kText);
+  EXPECT_FALSE(Exists(std::string(kPath) + ".tmp"));
 }
 
 TEST_F(UpdatesScheduleTest, IsGivenBack) {

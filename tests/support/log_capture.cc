@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <sstream>
 
+#include "support/sanitizer_reports.h"
+
 namespace Tarnvale::KioskService {
 namespace {
 
@@ -28,10 +30,14 @@ LogCapture::LogCapture()
   // Appending, so that each write lands at the end also when several descriptors share the file.
   (void)::fcntl(memory_, F_SETFL, O_APPEND);
   (void)::dup2(memory_, STDERR_FILENO);
+  // Not to the real standard error: a runtime closes what is neither 1 nor 2 when it looks up its
+  // options, which UndefinedBehaviorSanitizer puts off until it has something to report.
+  SendSanitizerReportsTo(STDOUT_FILENO);
 }
 
 LogCapture::~LogCapture() {
   const std::string text = ReadFrom(memory_, 0);
+  SendSanitizerReportsTo(STDERR_FILENO);
   (void)::dup2(realStandardError_, STDERR_FILENO);
   (void)!::write(STDERR_FILENO, text.data(), text.size());
   (void)::close(realStandardError_);

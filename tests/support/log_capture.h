@@ -1,4 +1,5 @@
-// The log of a test: catches what is written to standard error.
+// The log of a test: catches what is written to standard error. A sanitizer's reports, after which
+// the process ends and could not show them any more, go to standard output meanwhile.
 
 #ifndef TARNVALE_KIOSKD_TESTS_SUPPORT_LOG_CAPTURE_H_
 #define TARNVALE_KIOSKD_TESTS_SUPPORT_LOG_CAPTURE_H_

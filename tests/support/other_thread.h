@@ -10,7 +10,9 @@
 #include <string>
 #include <thread>
 #include <utility>
+#include <vector>
 
+#include "core/mutex.h"
 #include "support/threads.h"
 
 namespace Tarnvale::KioskService {
@@ -49,6 +51,18 @@ class OtherThread {
   std::string result_;
   std::thread thread_;  // Last: it uses the others from its start.
 };
+
+// Whether another thread can take each of these locks: nobody holds one for long.
+[[nodiscard]] inline bool AreFree(const std::vector<Mutex*>& locks) {
+  const OtherThread other([&locks] {
+    for (Mutex* lock : locks) {
+      lock->Lock();
+      lock->Unlock();
+    }
+    return std::string();
+  });
+  return Eventually([&other] { return other.IsDone(); });
+}
 
 }  // namespace Tarnvale::KioskService
 

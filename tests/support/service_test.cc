@@ -181,6 +181,13 @@ void ServiceTest::ExitPasswordIs(const std::string& password) {
   portal.Answers(kCheckInPath, 200, reply.Dump());
 }
 
+void ServiceTest::IsInService() {
+  Enrol();
+  Provision();
+  ExitPasswordIs(kTestExitPassword);
+  StateSetString(StateKey::kSignIn, R"({"microsoft":true,"email":false,"extraHosts":[]})");
+}
+
 std::string ServiceTest::Unlock() {
   if (CurrentDeviceToken().empty()) Enrol();
   if (StateGetInt(StateKey::kProvisioned) != 1) Provision();

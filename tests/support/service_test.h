@@ -80,6 +80,9 @@ class ServiceTest : public ::testing::Test {
 
   // From now on the portal answers a check-in: enrolled, and this is the exit password.
   void ExitPasswordIs(const std::string& password);
+  // The terminal is enrolled and provisioned, and its portal has the exit password of the tests.
+  // The news of a first check-in is no news any more, so the next one logs nothing.
+  void IsInService();
   // Unlocks the terminal's settings for the session of Kiosk(), by its request, and returns the
   // token. Enrols and provisions the terminal first if it is not, and lets that session exist. What
   // all this has called and logged is no longer in `calls` and `log`.

@@ -12,7 +12,7 @@ import threading
 
 import pytest
 
-from programs import DEADLINE_SECONDS, IS_ROOT, KIOSKCTL, NOBODY_UID, Place, run, wait_until
+from programs import DEADLINE_SECONDS, IS_ROOT, KIOSKCTL, NOBODY_UID, run, wait_until
 
 OK, REFUSED, USAGE, NO_SERVICE = 0, 1, 2, 3
 MIB = 1024 * 1024
@@ -57,13 +57,6 @@ class ScriptedService:
                 pass
             connection.shutdown(socket.SHUT_RDWR)
             connection.close()
-
-
-@pytest.fixture
-def place():
-    directory = Place()
-    yield directory.path
-    directory.close()
 
 
 @pytest.fixture

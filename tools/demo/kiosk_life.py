@@ -137,6 +137,9 @@ def sleep_on_schedule(scene):
 
 def be_revoked(scene):
     """The terminal is revoked at the portal, and becomes a plain machine."""
+    if not scene.was_removed() and not scene.terminal.state().get("DeviceToken"):
+        scene.teller.say("It had not received its token yet, so there is nothing to take down.")
+        return
     if not scene.was_removed():
         scene.portal.ask("POST", f"/admin/terminals/{scene.terminal_id}/revoke")
         scene.teller.overhear("portal", f"{scene.terminal_id} is revoked")

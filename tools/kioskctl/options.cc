@@ -1,25 +1,14 @@
 #include "kioskctl/options.h"
 
-#include <charconv>
 #include <string_view>
 
+#include "core/text.h"
 #include "kiosk/session_info.h"
 
 namespace Tarnvale::KioskService::Kioskctl {
 namespace {
 
 constexpr std::uint32_t kMaxTimeoutSeconds = 86400;
-
-// The whole text as a decimal number from `lowest` to `highest`.
-bool ParseNumber(std::string_view text, std::uint32_t lowest, std::uint32_t highest,
-                 std::uint32_t& number) {
-  std::uint32_t parsed = 0;
-  const char* const end = text.data() + text.size();
-  const auto [stop, error] = std::from_chars(text.data(), end, parsed);
-  if (error != std::errc() || stop != end || parsed < lowest || parsed > highest) return false;
-  number = parsed;
-  return true;
-}
 
 bool TakeUid(std::string_view value, Options& options, std::string& problem) {
   std::uint32_t uid = 0;

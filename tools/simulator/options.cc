@@ -2,12 +2,12 @@
 
 #include <sys/un.h>
 
-#include <charconv>
 #include <filesystem>
 #include <string_view>
 #include <vector>
 
 #include "core/command_line.h"
+#include "core/text.h"
 #include "kiosk/session_info.h"
 
 namespace Tarnvale::KioskService::Simulator {
@@ -18,17 +18,6 @@ constexpr std::size_t kMaxHostNameBytes = 255;
 constexpr std::size_t kMaxSocketPathBytes = sizeof(sockaddr_un::sun_path) - 1;
 // Where the portal stand-in listens unless told otherwise.
 constexpr char kPortalStandIn[] = "http://127.0.0.1:8480";
-
-// The whole text as a decimal number from `lowest` to `highest`.
-bool ParseNumber(std::string_view text, std::uint32_t lowest, std::uint32_t highest,
-                 std::uint32_t& number) {
-  std::uint32_t parsed = 0;
-  const char* const end = text.data() + text.size();
-  const auto [stop, error] = std::from_chars(text.data(), end, parsed);
-  if (error != std::errc() || stop != end || parsed < lowest || parsed > highest) return false;
-  number = parsed;
-  return true;
-}
 
 bool TakeScreens(std::string_view value, Options& options, std::string& problem) {
   std::uint32_t screens = 0;

@@ -3,6 +3,7 @@
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -31,6 +32,7 @@ std::atomic<bool> curlHandlesFail{false};
 Mutex recordLock;
 std::optional<std::vector<std::string>> executables GUARDED_BY(recordLock);
 std::vector<std::string> triedExecutables GUARDED_BY(recordLock);
+std::vector<std::string> hiddenFromStat GUARDED_BY(recordLock);
 std::vector<int> dbusTimeoutsMs GUARDED_BY(recordLock);
 std::optional<std::string> hostName GUARDED_BY(recordLock);
 std::vector<CurlOption> curlOptions GUARDED_BY(recordLock);
@@ -68,6 +70,11 @@ std::vector<std::string> TriedExecutables() {
   return triedExecutables;
 }
 
+void HideFromStat(const std::vector<std::string>& paths) {
+  const MutexLock lock(recordLock);
+  hiddenFromStat = paths;
+}
+
 void FailHostName() {
   hostNameFails.store(true);
 }
@@ -103,6 +110,11 @@ static std::optional<bool> TryExecutable(const char* path) {
   if (!executables) return std::nullopt;
   triedExecutables.emplace_back(path);
   return std::find(executables->begin(), executables->end(), path) != executables->end();
+}
+
+static bool IsHiddenFromStat(const char* path) {
+  const MutexLock lock(recordLock);
+  return std::find(hiddenFromStat.begin(), hiddenFromStat.end(), path) != hiddenFromStat.end();
 }
 
 static bool CopyHostName(char* buffer, std::size_t bytes) {
@@ -155,6 +167,15 @@ int access(const char* path, int mode) noexcept {
   if (*answer) return 0;
   errno = ENOENT;
   return -1;
+}
+
+int stat(const char* path, struct stat* status) noexcept {
+  if (StandIn::IsHiddenFromStat(path)) {
+    errno = ENOENT;
+    return -1;
+  }
+  static const auto real = StandIn::RealFunction<int(const char*, struct stat*)>("stat");
+  return real(path, status);
 }
 
 int gethostname(char* buffer, size_t bytes) noexcept {

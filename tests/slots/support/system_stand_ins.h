@@ -27,6 +27,10 @@ void SetExecutables(const std::vector<std::string>& paths);
 // The paths that were tried for execution since then.
 [[nodiscard]] std::vector<std::string> TriedExecutables();
 
+// From now on stat finds none of these paths, whatever the disk says. Links that lead elsewhere in
+// the same place (/lib and /usr/lib, /var/run and /run) can be told apart so.
+void HideFromStat(const std::vector<std::string>& paths);
+
 // gethostname fails.
 void FailHostName();
 // gethostname fills the buffer with as much of this name as fits and does not terminate it then.
