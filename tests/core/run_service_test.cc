@@ -8,6 +8,7 @@
 #include <atomic>
 #include <cerrno>
 #include <future>
+#include <mutex>
 #include <regex>
 #include <thread>
 
@@ -100,17 +101,24 @@ TEST_F(RunServiceTest, ServesOnAfterASignalDuringItsStartUntilTheNextOne) {
 // The accept loop forgets the restart before it waits for the connections, and one of those may arm
 // it again.
 TEST_F(RunServiceTest, ForgetsARestartThatIsScheduledWhileItStops) {
+  std::mutex handing;  // of the connection, from the thread that makes it
   Descriptor silent;
   TestClock::BeforeWaits([&](std::int64_t milliseconds) {
     if (milliseconds != 10) return;  // another wait than the one for the connections
     ScheduleRestart();
-    (void)silent.Close();  // nothing is sent on it
+    {
+      const std::lock_guard lock(handing);
+      (void)silent.Close();  // nothing is sent on it
+    }
     EXPECT_TRUE(Eventually([] { return !AreConnectionsRunning(); }));
   });
 
   EXPECT_EQ(RunUntil(SIGTERM,
                      [&] {
-                       silent = Connect();
+                       {
+                         const std::lock_guard lock(handing);
+                         silent = Connect();
+                       }
                        EXPECT_TRUE(Eventually(AreConnectionsRunning));
                      }),
             0);
