@@ -7,10 +7,11 @@ import tempfile
 
 import pytest
 
+from kiosk import Kiosk
 from kioskd import Service
 from logind import Bus
 from scripted_portal import ScriptedPortal
-from settings_kiosk import Kiosk, SmallDisk
+from small_disk import SmallDisk
 from stand_in import StandIn
 from terminal import CLIENT, Gate, Terminal
 
@@ -112,16 +113,31 @@ def make_gate(place):
 
 
 @pytest.fixture
-def kiosk(terminal, make_service, portal, bus, place):
-    """An enrolled terminal, not started yet."""
-    service = make_service("--client", str(CLIENT), "--auth-base", portal.url, executable=terminal.install(),
-                           bus=bus.address)
-    return Kiosk(terminal, service, portal, bus, place)
+def installed(terminal, make_service, portal, bus):
+    """A terminal that nobody has enrolled. The service of each of these is not started yet."""
+    return Kiosk(make_service("--client", str(CLIENT), "--auth-base", portal.url, executable=terminal.install(),
+                              bus=bus.address), portal, bus)
 
 
 @pytest.fixture
-def small_disk(kiosk):
-    """Puts a small disk under a directory; the service that writes there ends before its disk."""
+def enrolled(installed, terminal):
+    """An enrolled terminal with its kiosk session."""
+    terminal.add_account()
+    installed.enrol()
+    return installed
+
+
+@pytest.fixture
+def kiosk(enrolled):
+    """The same, with the tools of its settings recorded."""
+    enrolled.replace("systemctl")
+    enrolled.replace("nmcli")
+    return enrolled
+
+
+@pytest.fixture
+def small_disk(place):  # whose removal comes after the disks'
+    """Puts a small disk under a directory."""
     disks = []
 
     def mount(path):
@@ -129,7 +145,6 @@ def small_disk(kiosk):
         return disks[-1]
 
     yield mount
-    kiosk.service.stop()
     for disk in disks:
         disk.unmount()
 

@@ -108,7 +108,7 @@ class Bus:
         self._daemon.stdout.close()
 
 
-class StandIn:
+class BusStandIn:
     """A service of the system as a process of its own, which answers as it is told and keeps the calls."""
 
     def __init__(self, address, connection, name, path, interface):
@@ -159,7 +159,7 @@ class StandIn:
         return reply.unpack()
 
 
-class Timedated(StandIn):
+class Timedated(BusStandIn):
     """Knows whether the clock is synchronised. Not on the bus before it begins."""
 
     def __init__(self, address, connection):
@@ -172,7 +172,7 @@ class Timedated(StandIn):
                    (TIMEDATE_NAME, "NTPSynchronized", GLib.Variant("b", synchronised)))
 
 
-class Logind(StandIn):
+class Logind(BusStandIn):
     """Answers for the sessions that a test makes, and keeps the calls."""
 
     def __init__(self, address, connection):

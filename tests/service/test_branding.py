@@ -7,7 +7,6 @@ import os
 import pathlib
 import socket
 import stat
-import subprocess
 
 import pytest
 
@@ -337,13 +336,9 @@ def test_a_start_without_an_identity_removes_what_stands_for_the_directory(check
 
 
 @pytest.fixture
-def disk(place):
-    """A branding directory on a disk of its own, of 64 KiB."""
-    path = place / "branding"
-    path.mkdir()
-    subprocess.run(["mount", "-t", "tmpfs", "-o", "size=64k", "tmpfs", path], check=True)
-    yield path
-    subprocess.run(["umount", "--lazy", path], check=True)
+def disk(small_disk, place):
+    """That of the branding directory."""
+    return small_disk(place / "branding")
 
 
 def test_a_photo_that_does_not_fit_leaves_room_for_the_others(checking_in, portal, disk):
@@ -354,32 +349,30 @@ def test_a_photo_that_does_not_fit_leaves_room_for_the_others(checking_in, porta
 
     checking_in.start().log.wait_for(branding_line(2))
 
-    assert names_in(disk) == sorted([DIGESTS[0], "branding.json"])
-    assert checking_in.log.count(f"<3>cannot write {disk / digest_of(large)} (No space left on device)\n") == 1
+    assert names_in(disk.path) == sorted([DIGESTS[0], "branding.json"])
+    assert checking_in.log.count(f"<3>cannot write {disk.path / digest_of(large)} (No space left on device)\n") == 1
     checking_in.stop()
-    subprocess.run(["mount", "-o", "remount,size=1m", disk], check=True)
+    disk.remount("size=1m")
     checking_in.start().log.wait_for(f"<6>branding photo {digest_of(large)} cached (100000 bytes)\n")
 
 
 def test_a_full_disk_costs_the_files_and_nothing_else(checking_in, portal, disk):
-    with contextlib.suppress(OSError), (disk / "branding.json").open("wb", buffering=0) as filler:
-        while True:
-            filler.write(b"x" * 4096)
+    disk.fill("branding.json")
 
-    checking_in.start().log.wait_for(f"<3>cannot write {disk}/branding.json (No space left on device)\n")
+    checking_in.start().log.wait_for(f"<3>cannot write {disk.path}/branding.json (No space left on device)\n")
 
     assert checking_in.send({"cmd": "status"})["enrolled"]
     assert checking_in.stop() == 0
-    assert [checking_in.log.count(f"<3>cannot write {disk / digest} (No space") for digest in DIGESTS] == [1] * 6
-    assert names_in(disk) == ["branding.json"]
+    assert [checking_in.log.count(f"<3>cannot write {disk.path / digest} (No space") for digest in DIGESTS] == [1] * 6
+    assert names_in(disk.path) == ["branding.json"]
 
 
 def test_a_removal_goes_on_past_a_directory_that_is_a_disk(checking_in, portal, disk):
     portal.checks_in(answer(401, {"status": "revoked"}))
-    (disk / "branding.json").write_bytes(b"{}")
+    (disk.path / "branding.json").write_bytes(b"{}")
 
     checking_in.start()
     wait_until(lambda: not checking_in.send({"cmd": "status"})["enrolled"], "the removal")
 
-    assert names_in(disk) == []
-    assert checking_in.log.count(f"<4>cannot remove {disk} (Device or resource busy)\n") == 1
+    assert names_in(disk.path) == []
+    assert checking_in.log.count(f"<4>cannot remove {disk.path} (Device or resource busy)\n") == 1

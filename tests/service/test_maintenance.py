@@ -4,14 +4,13 @@ import time
 
 import pytest
 
-from kiosk import ENROLLED, EXIT_PASSWORD, KIOSK_SESSION, SYSTEM_TOOLS, make_kiosk
+from kiosk import CHECK_IN, ENROLLED, EXIT_PASSWORD, KIOSK_SESSION, SYSTEM_TOOLS
 from kioskd import DEADLINE, compact, wait_until
 from logind import Session
 from peers import launch_peer
 from scripted_portal import Held, answer
 from terminal import CLIENT, KIOSK, KIOSK_UID, PASSWD, PERSON_UID
 
-CHECK_IN = "/api/kiosk/check-in"
 OK = {"ok": True}
 ADMINISTRATOR = Session("a1", PERSON_UID, "ann")
 OVER = "<6>maintenance over (the administrator signed out): kiosk sign-in restored\n"
@@ -29,8 +28,9 @@ def tools(terminal):
 
 
 @pytest.fixture
-def kiosk(terminal, tools, make_service, portal, bus):
-    return make_kiosk(terminal, make_service, portal, bus)
+def kiosk(enrolled, tools):
+    enrolled.service.start()
+    return enrolled
 
 
 def enter(kiosk, **members):
@@ -262,10 +262,10 @@ def test_a_second_password_is_busy_at_once_while_the_portal_thinks_about_the_fir
     portal.wait_for(CHECK_IN)
     held = Held(answer(200, ENROLLED))
     portal.checks_in(held)
-    request = compact({"cmd": "unlock", "password": EXIT_PASSWORD})
+    request = {"cmd": "unlock", "password": EXIT_PASSWORD}
     asked = len(portal.to(CHECK_IN))
 
-    first = launch_peer(kiosk.service, request, uid=KIOSK_UID, session=KIOSK_SESSION.id, image=CLIENT)
+    first = kiosk.launch(request)
     portal.wait_for(CHECK_IN, asked + 1)
     assert kiosk.ask("unlock", password=EXIT_PASSWORD) == error("busy")
     assert kiosk.ask("maintenance", password=EXIT_PASSWORD) == error("busy")

@@ -4,8 +4,8 @@ import os
 
 import pytest
 
-from settings_kiosk import INVALID, check_rows
 from kioskd import DEADLINE, wait_until
+from settings import INVALID, check_rows
 
 OK = {"ok": True}
 UNKNOWN_ADAPTER = {"ok": False, "error": "unknown_adapter"}
@@ -38,7 +38,7 @@ def automatic_change(adapter):
 @pytest.fixture
 def unlocked(kiosk):
     kiosk.replace_nmcli()
-    return kiosk.start()
+    return kiosk.start_unlocked()
 
 
 # Requests.
@@ -84,7 +84,7 @@ def test_net_set_refuses_every_member_that_is_not_right_and_names_it_in_the_log(
     refused = [(name, change(FIXED, name, value)) for name, values in REFUSED.items() for value in values]
     refused += REFUSED_TOGETHER
 
-    check_rows([(request, INVALID) for _, request in refused], lambda request: unlocked.ask("net.set", **request))
+    check_rows([(request, INVALID) for _, request in refused], lambda request: unlocked.settings("net.set", **request))
 
     assert unlocked.lines_of("net.set") == [f"<4>net.set refused: invalid {name}\n" for name, _ in refused]
     assert unlocked.lines_of("net:") == []
@@ -92,7 +92,7 @@ def test_net_set_refuses_every_member_that_is_not_right_and_names_it_in_the_log(
 
 
 def test_net_set_takes_every_member_at_its_limits(unlocked):
-    check_rows([(request, OK) for request in TAKEN], lambda request: unlocked.ask("net.set", **request))
+    check_rows([(request, OK) for request in TAKEN], lambda request: unlocked.settings("net.set", **request))
 
     assert unlocked.lines_of("net.set") == []
     assert len(unlocked.lines_of("net:")) == 2 * len(TAKEN)
@@ -103,15 +103,15 @@ def test_net_set_takes_every_member_at_its_limits(unlocked):
 def test_net_set_works_on_a_terminal_that_has_lost_its_token(unlocked):
     os.unlink("/etc/machine-id")  # the token is bound to it
 
-    assert unlocked.ask("power.set", screenOffMinutes=1, sleepMinutes=1) == {"ok": False, "error": "not_enrolled"}
-    assert unlocked.ask("net.set", **AUTOMATIC) == OK
+    assert unlocked.settings("power.set", screenOffMinutes=1, sleepMinutes=1) == {"ok": False, "error": "not_enrolled"}
+    assert unlocked.settings("net.set", **AUTOMATIC) == OK
 
 
 # What the tools get.
 
 
 def test_every_child_gets_its_arguments_and_nothing_else(unlocked):
-    assert unlocked.ask("net.set", **FIXED) == OK
+    assert unlocked.settings("net.set", **FIXED) == OK
 
     assert unlocked.calls() == [
         ASK, query("eth0"),
@@ -125,7 +125,7 @@ def test_every_child_gets_its_arguments_and_nothing_else(unlocked):
 def test_an_adapter_without_a_profile_gets_one(unlocked):
     unlocked.replace_nmcli(query="echo GENERAL.TYPE:ethernet", lookup="echo; echo ' new-id '; exit 1")
 
-    assert unlocked.ask("net.set", **AUTOMATIC) == OK
+    assert unlocked.settings("net.set", **AUTOMATIC) == OK
 
     assert unlocked.calls() == [
         ASK, query("eth0"),
@@ -147,7 +147,7 @@ echo $pid $group $parent > $here/group
 """)
 
     with unlocked.service.connect(), unlocked.service.connect():
-        assert unlocked.ask("net.set", **AUTOMATIC) == OK
+        assert unlocked.settings("net.set", **AUTOMATIC) == OK
 
     def noted(name):
         return (unlocked.place / name).read_text().splitlines()
@@ -168,14 +168,14 @@ echo $pid $group $parent > $here/group
 def test_a_second_change_waits_for_the_first_and_other_commands_do_not(unlocked):
     os.mkfifo(unlocked.place / "go")
     unlocked.replace_nmcli(first='case "$*" in *"show eth0") read -r word < $here/go ;; esac')
-    first = unlocked.begin("net.set", **AUTOMATIC)
+    first = unlocked.launch_settings("net.set", **AUTOMATIC)
     unlocked.wait_for_call("[show] [eth0]")
-    second = unlocked.begin("net.set", adapter="eth1", mode="dhcp")
+    second = unlocked.launch_settings("net.set", adapter="eth1", mode="dhcp")
     wait_until(lambda: unlocked.service.connections() == 2, "the second change to be taken up")
 
-    assert unlocked.ask("power.set", screenOffMinutes=1, sleepMinutes=1)["ok"]
-    assert unlocked.ask("proxy.set", mode="none")["ok"]
-    assert unlocked.ask("net.set") == INVALID
+    assert unlocked.settings("power.set", screenOffMinutes=1, sleepMinutes=1)["ok"]
+    assert unlocked.settings("proxy.set", mode="none")["ok"]
+    assert unlocked.settings("net.set") == INVALID
     assert first.poll() is None and second.poll() is None
     meanwhile = unlocked.calls()
     (unlocked.place / "go").write_text("go\n")
@@ -190,12 +190,12 @@ def test_a_second_change_waits_for_the_first_and_other_commands_do_not(unlocked)
 def test_a_change_under_way_outlives_the_unlock_that_it_began_with(unlocked):
     os.mkfifo(unlocked.place / "go")
     unlocked.replace_nmcli(first='case "$*" in *"show eth0") read -r word < $here/go ;; esac')
-    change_under_way = unlocked.begin("net.set", **AUTOMATIC)
+    change_under_way = unlocked.launch_settings("net.set", **AUTOMATIC)
     unlocked.wait_for_call("[show] [eth0]")
-    stale = unlocked.request("net.set", **AUTOMATIC)
+    stale = unlocked.settings_request("net.set", **AUTOMATIC)
     unlocked.unlock()  # a new unlock takes the place of the old one
 
-    assert unlocked.call(stale) == {"ok": False, "error": "not_unlocked"}
+    assert unlocked.send(stale) == {"ok": False, "error": "not_unlocked"}
     (unlocked.place / "go").write_text("go\n")
 
     assert change_under_way.communicate(timeout=DEADLINE)[0].strip() == b'{"ok":true}'
@@ -232,7 +232,7 @@ def test_each_fault_of_nmcli_ends_the_change_with_its_code_and_its_line(unlocked
         before = len(unlocked.lines_of("net:"))
         unlocked.replace_nmcli(**steps)
 
-        assert unlocked.ask("net.set", **AUTOMATIC) == reply, steps
+        assert unlocked.settings("net.set", **AUTOMATIC) == reply, steps
 
         lines = [f"<6>net: eth0: setting {DESCRIBED}\n", *([told] if told else []),
                  f"<3>net: eth0: the change to {DESCRIBED} did not apply ({reply['error']})\n"]
@@ -240,14 +240,14 @@ def test_each_fault_of_nmcli_ends_the_change_with_its_code_and_its_line(unlocked
         assert len(unlocked.calls()) == calls, steps
 
     unlocked.replace_nmcli()
-    assert unlocked.ask("net.set", **AUTOMATIC) == OK
+    assert unlocked.settings("net.set", **AUTOMATIC) == OK
 
 
 def test_five_megabytes_of_output_are_cut_in_the_log_and_block_nobody(unlocked):
     unlocked.replace_nmcli(query=f"echo GENERAL.TYPE:ethernet; echo GENERAL.CON-UUID:id; {MUCH}",
                            modify=f"{MUCH}; exit 1")
 
-    assert unlocked.ask("net.set", **AUTOMATIC) == FAILED
+    assert unlocked.settings("net.set", **AUTOMATIC) == FAILED
 
     line, = (line for line in unlocked.lines_of("net:") if "modify failed" in line)
     kept = line.removeprefix("<3>net: nmcli modify failed: ").removesuffix("\n")
@@ -263,7 +263,7 @@ def test_five_megabytes_of_output_are_cut_in_the_log_and_block_nobody(unlocked):
 def test_without_a_network_manager_no_adapter_is_known(unlocked, break_it):
     break_it(unlocked)
 
-    assert unlocked.ask("net.set", **AUTOMATIC) == UNKNOWN_ADAPTER
+    assert unlocked.settings("net.set", **AUTOMATIC) == UNKNOWN_ADAPTER
 
     assert unlocked.service.log.count(
         "<4>net: NetworkManager is not running; eth0 cannot be changed from the terminal\n") == 1
@@ -273,4 +273,4 @@ def test_without_a_network_manager_no_adapter_is_known(unlocked, break_it):
 def test_a_tool_that_cannot_be_executed_counts_as_one_that_fails(unlocked):
     unlocked.replace("nmcli", body="#!/nonexistent")
 
-    assert unlocked.ask("net.set", **AUTOMATIC) == UNKNOWN_ADAPTER
+    assert unlocked.settings("net.set", **AUTOMATIC) == UNKNOWN_ADAPTER

@@ -8,7 +8,7 @@ import sys
 
 import pytest
 
-from kiosk_session import start_kiosk
+from kiosk import CHECK_IN
 from kioskd import wait_until
 from scripted_portal import answer
 
@@ -70,9 +70,12 @@ def apt(terminal, place):
 
 
 @pytest.fixture
-def start(terminal, make_service, portal, bus, apt):
+def start(enrolled, apt):
     """Starts an unlocked terminal with this state."""
-    return lambda **state: start_kiosk(terminal, make_service, portal, bus, **state)
+    def start(**state):
+        enrolled.write_state(**state)
+        return enrolled.start_unlocked()
+    return start
 
 
 @pytest.fixture
@@ -99,8 +102,14 @@ def report_of(kiosk):
     return json.loads(wait_until(lambda: kiosk.service.state().get("OsUpdatesReport"), "the report"))
 
 
+def check_in_of(kiosk):
+    """What the service tells the portal in the check-in of an unlock."""
+    kiosk.unlock()
+    return kiosk.portal.to(CHECK_IN)[-1].json()
+
+
 def log_of(kiosk):
-    return [line for line in kiosk.service.log.lines if ">os updates: " in line]
+    return kiosk.lines_of("os updates: ")
 
 
 def errors_of(kiosk):
@@ -177,7 +186,7 @@ def test_a_check_tells_what_is_pending(kiosk, apt):
 
 def test_an_install_upgrades_and_the_portal_hears_of_it_with_the_next_check_in(kiosk, apt):
     apt.one_is_pending()
-    assert "osUpdates" not in kiosk.unlock()
+    assert "osUpdates" not in check_in_of(kiosk)
 
     shown = run(kiosk, "os.install")
     report = report_of(kiosk)
@@ -187,7 +196,7 @@ def test_an_install_upgrades_and_the_portal_hears_of_it_with_the_next_check_in(k
     assert UTC.fullmatch(report["lastRunAt"])
     assert report == {"lastRunAt": report["lastRunAt"], "lastResult": "ok", "error": None, "pending": 0,
                       "restartRequired": False}
-    assert kiosk.unlock()["osUpdates"] == report
+    assert check_in_of(kiosk)["osUpdates"] == report
     assert sorted(log_of(kiosk)) == [
         "<6>os updates: 0 pending\n", INSTALL_REQUESTED, "<6>os updates: searching, then installing\n"]
 

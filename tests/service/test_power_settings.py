@@ -6,8 +6,9 @@ import subprocess
 
 import pytest
 
-from settings_kiosk import INVALID, check_rows, policy, stamps
+from kiosk import CHECK_IN
 from kioskd import DEADLINE, compact
+from settings import INVALID, check_rows, policy, stamps
 from terminal import KIOSK_UID
 
 DROP_IN = pathlib.Path("/etc/systemd/logind.conf.d/60-tarnvale-kiosk.conf")
@@ -61,7 +62,7 @@ def test_the_portals_policy_reaches_the_files_at_the_end_of_its_pass(kiosk, env)
     kiosk.service.start()
     kiosk.service.log.wait_for("power: wake_unavailable")
 
-    assert len(kiosk.portal.to("/api/kiosk/check-in")) == 1
+    assert len(kiosk.portal.to(CHECK_IN)) == 1
     assert env.read_text() == "SCREEN_OFF_SECONDS=300\nSLEEP_SECONDS=600\n"
     assert DROP_IN.read_text() == "[Login]\nIdleAction=suspend\nIdleActionSec=10min\n"
     assert "\nOnCalendar=Mon,Tue,Wed,Thu,Fri 22:00:00\n" in SLEEP_TIMER.read_text()
@@ -69,7 +70,7 @@ def test_the_portals_policy_reaches_the_files_at_the_end_of_its_pass(kiosk, env)
     assert kiosk.calls() == [RELOAD, DAEMON_RELOAD, ENABLE, RESTART]
     assert kiosk.lines_of("power:") == FULL_LINES
     kiosk.unlock()
-    assert kiosk.ask("power.get") == document(FULL, "tenant", error="wake_unavailable")
+    assert kiosk.settings("power.get") == document(FULL, "tenant", error="wake_unavailable")
 
 
 def test_the_next_pass_with_the_same_policy_starts_nothing_and_touches_nothing(kiosk, env):
@@ -90,18 +91,18 @@ def test_the_next_pass_with_the_same_policy_starts_nothing_and_touches_nothing(k
 
 
 def test_a_policy_that_changes_at_every_check_in_is_followed_every_time(kiosk, env):
-    kiosk.start()
+    kiosk.start_unlocked()
     kiosk.calls()
     for _ in range(3):
         kiosk.portal_says(power=FULL)
         kiosk.unlock()
-        assert kiosk.ask("power.set", useOrganisation=True) == document(FULL, error="wake_unavailable")
+        assert kiosk.settings("power.set", useOrganisation=True) == document(FULL, error="wake_unavailable")
         assert kiosk.calls() == [RELOAD, DAEMON_RELOAD, ENABLE, RESTART]
         assert env.read_text() == "SCREEN_OFF_SECONDS=300\nSLEEP_SECONDS=600\n"
 
         kiosk.portal_says(power=NOTHING)
         kiosk.unlock()
-        assert kiosk.ask("power.set", useOrganisation=True) == document(NOTHING)
+        assert kiosk.settings("power.set", useOrganisation=True) == document(NOTHING)
         assert kiosk.calls() == [RELOAD, DISABLE, DAEMON_RELOAD]
         assert env.read_text() == "SCREEN_OFF_SECONDS=0\nSLEEP_SECONDS=0\n"
         assert not any(path.exists() for path in FILES)
@@ -112,8 +113,8 @@ def test_a_policy_that_changes_at_every_check_in_is_followed_every_time(kiosk, e
 
 def test_a_policy_that_is_not_whole_leaves_the_one_before_it_in_force(kiosk, env):
     kiosk.portal_says(power=FULL, powerSource="device")
-    kiosk.start()
-    kiosk.ask("power.set", useOrganisation=True)
+    kiosk.start_unlocked()
+    kiosk.settings("power.set", useOrganisation=True)
     schedule = FULL["schedule"]
     for wrong in (FULL | {"sleepMinutes": 241}, FULL | {"screenOffMinutes": "15"}, change(FULL, "schedule", absent),
                   FULL | {"schedule": schedule | {"days": []}}, FULL | {"schedule": schedule | {"days": [1, 1]}},
@@ -121,7 +122,7 @@ def test_a_policy_that_is_not_whole_leaves_the_one_before_it_in_force(kiosk, env
         kiosk.portal_says(power=wrong, powerSource="tenant")
         kiosk.unlock()
 
-        assert kiosk.ask("power.set", useOrganisation=True) == document(FULL, "device", error="wake_unavailable")
+        assert kiosk.settings("power.set", useOrganisation=True) == document(FULL, "device", error="wake_unavailable")
 
     assert env.read_text() == "SCREEN_OFF_SECONDS=300\nSLEEP_SECONDS=600\n"
     assert kiosk.service.log.count("power: the portal's policy is now") == 1
@@ -131,15 +132,15 @@ def test_the_idle_watchers_of_the_kiosk_account_end_whenever_the_times_change(ki
     watcher = pathlib.Path("/usr/bin/swayidle")
     shutil.copyfile("/usr/bin/sleep", watcher)
     watcher.chmod(0o755)
-    kiosk.start()
+    kiosk.start_unlocked()
     for minutes in 1, 2:
         own = subprocess.Popen([watcher, str(DEADLINE)], user=KIOSK_UID)
         another = subprocess.Popen([watcher, str(DEADLINE)])
 
-        kiosk.ask("power.set", screenOffMinutes=minutes, sleepMinutes=0)
+        kiosk.settings("power.set", screenOffMinutes=minutes, sleepMinutes=0)
 
         assert own.wait(DEADLINE) == -15
-        kiosk.ask("power.set", screenOffMinutes=minutes, sleepMinutes=0)
+        kiosk.settings("power.set", screenOffMinutes=minutes, sleepMinutes=0)
         assert another.poll() is None
         another.kill()
         another.wait()
@@ -149,15 +150,15 @@ def test_the_idle_watchers_of_the_kiosk_account_end_whenever_the_times_change(ki
 
 
 def test_power_get_on_a_terminal_without_a_policy_shows_the_defaults(kiosk):
-    kiosk.start()
+    kiosk.start_unlocked()
 
-    assert kiosk.ask("power.get", anything=[1]) == document()
+    assert kiosk.settings("power.get", anything=[1]) == document()
     assert kiosk.calls() == []
     assert not kiosk.etc.exists()
 
 
 def test_power_set_refuses_every_member_that_is_not_right(kiosk):
-    kiosk.start()
+    kiosk.start_unlocked()
     right = policy(screen=7, sleep=8, enabled=True)
     schedule = right["schedule"]
     minutes = [absent, None, "15", True, [], {}, -1, 241, 0.5, -0.5, 1e308]
@@ -174,9 +175,9 @@ def test_power_set_refuses_every_member_that_is_not_right(kiosk):
         right | {"schedule": schedule | {"wakeAt": "22:00"}},
     ]
 
-    check_rows([(request, INVALID) for request in requests], lambda request: kiosk.ask("power.set", **request))
+    check_rows([(request, INVALID) for request in requests], lambda request: kiosk.settings("power.set", **request))
 
-    assert kiosk.ask("power.get") == document()
+    assert kiosk.settings("power.get") == document()
     assert kiosk.calls() == []
     assert "PowerLocal" not in kiosk.service.state()
     assert len(kiosk.lines_of("power:")) == 0
@@ -194,10 +195,10 @@ def change(request, name, value):
 
 @pytest.mark.parametrize("screen, sleep", [(0, 0), (240, 240), (0, 240), (240, 0)])
 def test_power_set_takes_the_minutes_up_to_both_limits(kiosk, env, screen, sleep):
-    kiosk.start()
+    kiosk.start_unlocked()
     local = policy(screen, sleep)
 
-    assert kiosk.ask("power.set", screenOffMinutes=screen, sleepMinutes=sleep) == document(local=local)
+    assert kiosk.settings("power.set", screenOffMinutes=screen, sleepMinutes=sleep) == document(local=local)
 
     assert env.read_text() == f"SCREEN_OFF_SECONDS={60 * screen}\nSLEEP_SECONDS={60 * sleep}\n"
     assert DROP_IN.exists() == (sleep > 0)
@@ -205,29 +206,29 @@ def test_power_set_takes_the_minutes_up_to_both_limits(kiosk, env, screen, sleep
 
 
 def test_power_set_takes_a_schedule_at_its_limits_and_keeps_it_when_none_comes(kiosk):
-    kiosk.start()
+    kiosk.start_unlocked()
     local = policy(1, 0, True, "00:00", "23:59", range(7))
     request = local | {"local": True, "useOrganisation": False}
     request["schedule"] = request["schedule"] | {"days": [6, 5, 4, 3, 2, 1, 0]}
 
-    assert kiosk.ask("power.set", **request)["local"] == local
-    assert kiosk.ask("power.set", screenOffMinutes=2, sleepMinutes=0, schedule=None)["local"] == local | {
+    assert kiosk.settings("power.set", **request)["local"] == local
+    assert kiosk.settings("power.set", screenOffMinutes=2, sleepMinutes=0, schedule=None)["local"] == local | {
         "screenOffMinutes": 2}
     assert "OnCalendar=Sun,Mon,Tue,Wed,Thu,Fri,Sat 00:00:00\n" in SLEEP_TIMER.read_text()
 
 
 def test_an_override_lives_through_a_restart_and_ends_with_use_organisation(kiosk, env):
     kiosk.portal_says(power=NOTHING, powerSource="device")
-    kiosk.start()
+    kiosk.start_unlocked()
     local = policy(3, 4)
-    kiosk.ask("power.set", screenOffMinutes=3, sleepMinutes=4)
+    kiosk.settings("power.set", screenOffMinutes=3, sleepMinutes=4)
     kiosk.service.stop()
 
-    kiosk.start()
+    kiosk.start_unlocked()
 
-    assert kiosk.ask("power.get") == document(NOTHING, "device", local)
+    assert kiosk.settings("power.get") == document(NOTHING, "device", local)
     assert kiosk.portal.requests[-1].json()["powerLocal"] == local
-    assert kiosk.ask("power.set", useOrganisation=True, screenOffMinutes="no") == document(NOTHING, "device")
+    assert kiosk.settings("power.set", useOrganisation=True, screenOffMinutes="no") == document(NOTHING, "device")
     assert env.read_text() == "SCREEN_OFF_SECONDS=0\nSLEEP_SECONDS=0\n"
     assert not DROP_IN.exists()
 
@@ -239,22 +240,22 @@ def test_an_override_lives_through_a_restart_and_ends_with_use_organisation(kios
                          ids=["dies", "fails", "talks much"])
 def test_a_systemctl_that_does_not_do_its_work_holds_up_nothing(kiosk, env, lines):
     kiosk.replace("systemctl", lines)
-    kiosk.start()
+    kiosk.start_unlocked()
 
-    reply = kiosk.ask("power.set", **FULL)
+    reply = kiosk.settings("power.set", **FULL)
 
     assert reply == document(local=FULL, error="wake_unavailable")
     assert kiosk.calls() == [RELOAD, HANG_UP, DAEMON_RELOAD, ENABLE, RESTART]
     assert env.exists() and all(path.exists() for path in FILES)
-    kiosk.ask("power.set", **FULL)
+    kiosk.settings("power.set", **FULL)
     assert kiosk.calls() == []
 
 
 def test_a_terminal_without_systemctl_has_its_files_all_the_same(kiosk, env):
     kiosk.remove_tool("systemctl")
-    kiosk.start()
+    kiosk.start_unlocked()
 
-    assert kiosk.ask("power.set", **FULL)["ok"]
+    assert kiosk.settings("power.set", **FULL)["ok"]
 
     assert env.exists() and all(path.exists() for path in FILES)
 
@@ -270,13 +271,13 @@ OTHER = policy(screen=6, sleep=11, enabled=True, sleep_at="21:00")
 def test_a_full_disk_keeps_the_old_file_and_the_next_application_writes_it(kiosk, small_disk, where, file, skipped):
     where = where or kiosk.etc
     disk = small_disk(where)
-    kiosk.start()
-    kiosk.ask("power.set", **FULL)
+    kiosk.start_unlocked()
+    kiosk.settings("power.set", **FULL)
     old = (where / file).read_text()
     kiosk.calls()
     disk.fill()
 
-    assert kiosk.ask("power.set", **OTHER) == document(local=OTHER, error="wake_unavailable")
+    assert kiosk.settings("power.set", **OTHER) == document(local=OTHER, error="wake_unavailable")
 
     every = [RELOAD, DAEMON_RELOAD, ENABLE, RESTART]
     assert kiosk.service.log.count(f"<3>cannot write {where}/{file}.tmp\n") == 1
@@ -284,7 +285,7 @@ def test_a_full_disk_keeps_the_old_file_and_the_next_application_writes_it(kiosk
     assert kiosk.calls() == [call for call in every if call not in skipped]
 
     disk.clear()
-    kiosk.ask("power.set", **OTHER)
+    kiosk.settings("power.set", **OTHER)
 
     assert (where / file).read_text() != old
     assert not (where / f"{file}.tmp").exists()
@@ -294,9 +295,9 @@ def test_a_full_disk_keeps_the_old_file_and_the_next_application_writes_it(kiosk
 def test_a_full_disk_without_old_units_starts_no_timer_until_they_are_written(kiosk, small_disk):
     disk = small_disk(UNITS)
     disk.fill()
-    kiosk.start()
+    kiosk.start_unlocked()
 
-    assert kiosk.ask("power.set", **policy(enabled=True))["ok"]
+    assert kiosk.settings("power.set", **policy(enabled=True))["ok"]
 
     assert kiosk.calls() == []
     assert [line for line in kiosk.service.log.lines if "cannot write" in line] == [
@@ -304,7 +305,7 @@ def test_a_full_disk_without_old_units_starts_no_timer_until_they_are_written(ki
     assert kiosk.service.log.count("power: sleep at") == 0
 
     disk.clear()
-    kiosk.ask("power.set", useOrganisation=False, **policy(enabled=True))
+    kiosk.settings("power.set", useOrganisation=False, **policy(enabled=True))
 
     assert kiosk.calls() == [DAEMON_RELOAD, ENABLE, RESTART]
     assert SLEEP_SERVICE.exists() and SLEEP_TIMER.exists()

@@ -9,8 +9,8 @@ import stat
 
 import pytest
 
-from settings_kiosk import INVALID, check_rows, policy, stamps
 from kioskd import DEADLINE
+from settings import INVALID, check_rows, policy, stamps
 
 APT_DIRECTORY = pathlib.Path("/etc/apt/apt.conf.d")
 APT = APT_DIRECTORY / "95tarnvale-kiosk-proxy"
@@ -81,9 +81,9 @@ REFUSED = [
 
 
 def test_proxy_set_takes_every_member_at_its_limits_and_repeats_what_it_understood(kiosk):
-    kiosk.start()
+    kiosk.start_unlocked()
 
-    check_rows(TAKEN, lambda request: kiosk.ask("proxy.set", **request))
+    check_rows(TAKEN, lambda request: kiosk.settings("proxy.set", **request))
 
     assert kiosk.lines_of("proxy.set") == []
     assert len(kiosk.lines_of("proxy:")) == len(TAKEN)
@@ -91,24 +91,24 @@ def test_proxy_set_takes_every_member_at_its_limits_and_repeats_what_it_understo
 
 
 def test_proxy_set_refuses_every_member_that_is_not_right_and_names_it_in_the_log(kiosk, env):
-    kiosk.start()
-    assert kiosk.ask("proxy.set", **MANUAL)["ok"]
+    kiosk.start_unlocked()
+    assert kiosk.settings("proxy.set", **MANUAL)["ok"]
     before = stamps(env, APT)
 
-    check_rows([(request, INVALID) for _, request in REFUSED], lambda request: kiosk.ask("proxy.set", **request))
+    check_rows([(request, INVALID) for _, request in REFUSED], lambda request: kiosk.settings("proxy.set", **request))
 
     assert kiosk.lines_of("proxy.set") == [f"<4>proxy.set refused: invalid {name}\n" for name, _ in REFUSED]
     assert stamps(env, APT) == before
 
 
 def test_each_mode_writes_its_files_and_the_same_again_touches_neither(kiosk, env):
-    kiosk.start()
+    kiosk.start_unlocked()
     url = "http://proxy.example:3128"
 
     for _ in range(2):
-        kiosk.ask("proxy.set", **MANUAL, bypass="<local>;10.*")
+        kiosk.settings("proxy.set", **MANUAL, bypass="<local>;10.*")
         before = stamps(env, APT)
-        kiosk.ask("proxy.set", **MANUAL, bypass=["<LOCAL>", "10.*"])
+        kiosk.settings("proxy.set", **MANUAL, bypass=["<LOCAL>", "10.*"])
         assert stamps(env, APT) == before
         assert env.read_text() == (
             f"TARNVALE_PROXY_MODE=manual\nhttp_proxy={url}\nhttps_proxy={url}\nHTTP_PROXY={url}\nHTTPS_PROXY={url}\n"
@@ -117,12 +117,12 @@ def test_each_mode_writes_its_files_and_the_same_again_touches_neither(kiosk, en
         assert APT.read_text() == f'Acquire::http::Proxy "{url}";\nAcquire::https::Proxy "{url}";\n'
         assert [stat.S_IMODE(path.stat().st_mode) for path in (env, APT)] == [0o644, 0o644]
 
-        kiosk.ask("proxy.set", **AUTO)
+        kiosk.settings("proxy.set", **AUTO)
         assert env.read_text() == ("TARNVALE_PROXY_MODE=auto\nTARNVALE_PAC_URL=http://pac.example/p\n"
                                    "http_proxy=pac+http://pac.example/p\nhttps_proxy=pac+http://pac.example/p\n")
         assert not APT.exists()
 
-        kiosk.ask("proxy.set", mode="none")
+        kiosk.settings("proxy.set", mode="none")
         assert env.read_text() == "TARNVALE_PROXY_MODE=none\n"
 
     assert kiosk.lines_of("proxy:") == 2 * [
@@ -132,8 +132,8 @@ def test_each_mode_writes_its_files_and_the_same_again_touches_neither(kiosk, en
 
 
 def test_the_setting_outlives_the_service_and_nothing_applies_it_again(kiosk, env):
-    kiosk.start()
-    kiosk.ask("proxy.set", **MANUAL)
+    kiosk.start_unlocked()
+    kiosk.settings("proxy.set", **MANUAL)
     before = stamps(env, APT)
     kiosk.service.stop()
     assert stamps(env, APT) == before
@@ -150,18 +150,19 @@ def test_the_setting_outlives_the_service_and_nothing_applies_it_again(kiosk, en
 
 
 def test_of_several_requests_at_once_the_last_rename_of_each_file_stands(kiosk, env):
-    kiosk.start()
-    kiosk.ask("proxy.set", **MANUAL)
+    kiosk.start_unlocked()
+    kiosk.settings("proxy.set", **MANUAL)
 
     # Names of one length, because the requests share the temporary files.
-    peers = [kiosk.begin("proxy.set", mode="manual", server=f"proxy{number}:3128") for number in range(10, 20)]
+    peers = [kiosk.launch_settings("proxy.set", mode="manual", server=f"proxy{number}:3128")
+             for number in range(10, 20)]
     replies = [json.loads(peer.communicate(timeout=DEADLINE)[0]) for peer in peers]
 
     assert replies == [applied("manual", server=f"proxy{number}:3128") for number in range(10, 20)]
     for path in env, APT:
         server = re.search(r"proxy1\d:3128", path.read_text())[0]
         assert set(re.findall(r"proxy\w*:3128", path.read_text())) == {server}
-    assert kiosk.ask("proxy.set", **MANUAL)["ok"]
+    assert kiosk.settings("proxy.set", **MANUAL)["ok"]
     assert "proxy.example" in env.read_text() and "proxy.example" in APT.read_text()
 
 
@@ -172,18 +173,18 @@ def test_of_several_requests_at_once_the_last_rename_of_each_file_stands(kiosk, 
 def test_a_full_disk_keeps_the_old_file_and_the_next_request_writes_it(kiosk, small_disk, file):
     where = APT_DIRECTORY if file == APT.name else kiosk.etc
     disk = small_disk(where)
-    kiosk.start()
-    kiosk.ask("proxy.set", **MANUAL)
+    kiosk.start_unlocked()
+    kiosk.settings("proxy.set", **MANUAL)
     old = (where / file).read_text()
     disk.fill()
     other = MANUAL | {"server": "other.example:1"}
 
-    assert kiosk.ask("proxy.set", **other) == applied("manual", server="other.example:1")
+    assert kiosk.settings("proxy.set", **other) == applied("manual", server="other.example:1")
 
     assert kiosk.service.log.count(f"<3>cannot write {where}/{file}.tmp\n") == 1
     assert (where / file).read_text() == old
     disk.clear()
-    assert kiosk.ask("proxy.set", **other)["ok"]
+    assert kiosk.settings("proxy.set", **other)["ok"]
     assert "other.example:1" in (where / file).read_text()
     assert not (where / f"{file}.tmp").exists()
 
@@ -191,15 +192,15 @@ def test_a_full_disk_keeps_the_old_file_and_the_next_request_writes_it(kiosk, sm
 def test_a_full_disk_without_an_old_file_fails_until_there_is_room(kiosk, small_disk, env):
     disk = small_disk(kiosk.etc)
     disk.fill()
-    kiosk.start()
+    kiosk.start_unlocked()
 
-    assert kiosk.ask("proxy.set", **MANUAL) == FAILED
+    assert kiosk.settings("proxy.set", **MANUAL) == FAILED
 
     assert kiosk.lines_of("cannot", "proxy") == [f"<3>cannot write {env}.tmp\n",
                                                  "<3>proxy: cannot write the system proxy\n"]
     assert APT.exists()  # there is no way back between the two files
     disk.clear()
-    assert kiosk.ask("proxy.set", **MANUAL)["ok"]
+    assert kiosk.settings("proxy.set", **MANUAL)["ok"]
     assert env.exists()
 
 
@@ -209,11 +210,11 @@ def test_a_full_disk_without_an_old_file_fails_until_there_is_room(kiosk, small_
 @pytest.mark.parametrize("word", ["http", "HTTPS", " \thTTp\r\n"], ids=repr)
 def test_a_bare_scheme_ends_the_service_which_then_starts_as_it_was(kiosk, env, word):
     kiosk.service.limits = [(resource.RLIMIT_CORE, 0)]
-    kiosk.start()
-    kiosk.ask("proxy.set", **MANUAL)
+    kiosk.start_unlocked()
+    kiosk.settings("proxy.set", **MANUAL)
     before = stamps(env, APT, kiosk.service.state_file)
 
-    peer = kiosk.begin("proxy.set", mode="auto", pacUrl=word)
+    peer = kiosk.launch_settings("proxy.set", mode="auto", pacUrl=word)
 
     assert peer.communicate(timeout=DEADLINE)[0] == b""
     assert kiosk.service.wait() == -signal.SIGABRT
@@ -221,12 +222,12 @@ def test_a_bare_scheme_ends_the_service_which_then_starts_as_it_was(kiosk, env, 
     assert kiosk.lines_of("proxy") == ['<6>proxy: proxy.example:3128, bypass ""\n']
     assert stamps(env, APT, kiosk.service.state_file) == before
     assert kiosk.service.socket_path.exists()  # nobody was left to remove it
-    kiosk.start()
-    assert kiosk.ask("proxy.set", **AUTO)["ok"]
+    kiosk.start_unlocked()
+    assert kiosk.settings("proxy.set", **AUTO)["ok"]
 
 
 def test_the_service_lives_through_everything_that_resembles_a_bare_scheme(kiosk):
-    kiosk.start()
+    kiosk.start_unlocked()
     near = ["http:", "https:", ":http", "http:/", "http://", "http:x", "http//", "http/", "http?", "http#", "http.",
             "http@", "[http]", "httpss", "xhttp", "htt", "ttp", "httpsx", "ftp", "file", "pac", "h", "ht tp",
             "http https",
@@ -246,7 +247,7 @@ def test_the_service_lives_through_everything_that_resembles_a_bare_scheme(kiosk
              ({"mode": "none", "pacUrl": "http"}, applied("none")),
              ({"mode": "auto", "pacUrl": "http://http"}, applied("auto", "http://http"))]
 
-    check_rows(rows, lambda request: kiosk.ask("proxy.set", **request))
+    check_rows(rows, lambda request: kiosk.settings("proxy.set", **request))
 
-    assert kiosk.call({"cmd": "proxy.set", "mode": "auto", "pacUrl": "http"})["error"] == "not_unlocked"
+    assert kiosk.send({"cmd": "proxy.set", "mode": "auto", "pacUrl": "http"})["error"] == "not_unlocked"
     assert kiosk.service.is_running()

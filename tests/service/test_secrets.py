@@ -11,7 +11,7 @@ import re
 
 import pytest
 
-from kiosk import DEVICE_TOKEN, ENROLLED, EXIT_PASSWORD, KIOSK_SESSION, SYSTEM_TOOLS, Kiosk, make_kiosk
+from kiosk import DEVICE_TOKEN, EXIT_PASSWORD, KIOSK_SESSION, SYSTEM_TOOLS
 from kioskd import wait_until
 from logind import Session
 from peers import call_as
@@ -78,14 +78,13 @@ def children(terminal, place):
 
 
 @pytest.fixture
-def newcomer(terminal, children, make_service, portal, bus):
-    """An installed service on a terminal that nobody has enrolled, with a person signed in."""
-    bus.logind.add(Session("c1", PERSON_UID, "ann"))
+def newcomer(installed, children, portal):
+    """A terminal that nobody has enrolled, with a person signed in."""
+    installed.logind.add(Session("c1", PERSON_UID, "ann"))
     portal.pairs(CODE, answer(202), answer(200, {"deviceToken": DEVICE_TOKEN}))
-    portal.checks_in(answer(200, ENROLLED | {"power": POWER, "powerSource": "device"}))
-    service = make_service("--client", str(CLIENT), "--auth-base", portal.url,
-                           executable=terminal.install(), bus=bus.address)
-    return Kiosk(service.start(), bus)
+    installed.portal_says(power=POWER, powerSource="device")
+    installed.service.start()
+    return installed
 
 
 def pair(kiosk):
@@ -205,8 +204,9 @@ def test_a_whole_life_leaves_no_secret_anywhere(newcomer, portal, place, childre
     assert all(exchange.header("Authorization") in (None, f"Bearer {DEVICE_TOKEN}") for exchange in portal.requests)
 
 
-def test_what_was_typed_and_an_unlock_that_has_ended_are_gone_from_memory(terminal, children, make_service, portal, bus):
-    kiosk = make_kiosk(terminal, make_service, portal, bus)
+def test_what_was_typed_and_an_unlock_that_has_ended_are_gone_from_memory(enrolled, children):
+    kiosk = enrolled
+    kiosk.service.start()
 
     def copies(text):
         # A text that is emptied and not wiped loses its first byte alone.

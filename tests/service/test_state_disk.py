@@ -1,7 +1,6 @@
 """A disk that does not take the state: memory goes ahead, and the next save that works has it all."""
 
 import os
-import subprocess
 
 import pytest
 
@@ -10,13 +9,9 @@ from scripted_portal import answer
 
 
 @pytest.fixture
-def disk(place):
-    """A state directory on a disk of its own, of 64 KiB."""
-    path = place / "state"
-    path.mkdir()
-    subprocess.run(["mount", "-t", "tmpfs", "-o", "size=64k", "tmpfs", path], check=True)
-    yield path
-    subprocess.run(["umount", path], check=True)
+def disk(small_disk, place):
+    """That of the state directory."""
+    return small_disk(place / "state")
 
 
 @pytest.fixture
@@ -27,40 +22,21 @@ def pairing(disk, make_service, portal):
     return service.write_state({"DevAllowAnyCaller": 1, "LastError": "no_client"}).start()
 
 
-@pytest.fixture(autouse=True)
-def ends_before_its_disk(pairing):
-    yield
-    pairing.stop()
-
-
-def fill(disk):
-    with open(disk / "filler", "wb", buffering=0) as filler:
-        try:
-            while True:
-                filler.write(b"x" * 4096)
-        except OSError:
-            return
-
-
-def remount(disk, how):
-    subprocess.run(["mount", "-o", f"remount,{how}", disk], check=True)
-
-
 def test_a_full_disk_keeps_the_old_file_while_memory_goes_ahead(pairing, disk):
-    fill(disk)
+    disk.fill()
 
     assert call_as(pairing, {"cmd": "pair.begin"})["ok"]
 
     assert "error" not in pairing.send({"cmd": "status"})
     assert pairing.state() == {"DevAllowAnyCaller": 1, "LastError": "no_client"}
-    assert f"<3>cannot write {disk}/state.json (No space left on device)\n" in pairing.log.lines
-    assert sorted(os.listdir(disk)) == ["filler", "state.json"]
+    assert f"<3>cannot write {disk.path}/state.json (No space left on device)\n" in pairing.log.lines
+    assert sorted(os.listdir(disk.path)) == ["filler", "state.json"]
 
 
 def test_the_next_save_after_a_full_disk_has_everything(pairing, disk):
-    fill(disk)
+    disk.fill()
     call_as(pairing, {"cmd": "pair.begin"})
-    (disk / "filler").unlink()
+    disk.clear()
 
     call_as(pairing, {"cmd": "pair.check", "code": "ABCD2345"})
 
@@ -69,20 +45,20 @@ def test_the_next_save_after_a_full_disk_has_everything(pairing, disk):
 
 
 def test_a_disk_that_is_read_only_is_told_and_recovers(pairing, disk):
-    remount(disk, "ro")
+    disk.remount("ro")
     call_as(pairing, {"cmd": "pair.begin"})
 
-    assert f"<3>cannot create {disk}/state.json.tmp (Read-only file system)\n" in pairing.log.lines
+    assert f"<3>cannot create {disk.path}/state.json.tmp (Read-only file system)\n" in pairing.log.lines
     assert "error" not in pairing.send({"cmd": "status"})
 
-    remount(disk, "rw")
+    disk.remount("rw")
     call_as(pairing, {"cmd": "pair.check", "code": "ABCD2345"})
     assert pairing.state()["LastError"] is None
 
 
 def test_a_token_that_cannot_be_saved_is_held_all_the_same(pairing, disk):
     call_as(pairing, {"cmd": "pair.begin"})
-    fill(disk)
+    disk.fill()
 
     assert call_as(pairing, {"cmd": "pair.check", "code": "ABCD2345"})["paired"]
 

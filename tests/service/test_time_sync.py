@@ -7,7 +7,7 @@ import time
 
 import pytest
 
-from kiosk_session import start_kiosk
+from kiosk import KIOSK_SESSION
 from kioskd import DEADLINE, wait_until
 from time_server import TimeServer
 
@@ -50,7 +50,7 @@ def timesyncd(terminal):
 
 
 @pytest.fixture
-def kiosk(terminal, make_service, portal, bus):
+def kiosk(enrolled, bus):
     """An unlocked terminal whose clients name no server yet, and where names resolve by a file alone."""
     for path in CHRONY_CONF.parent, TIMESYNCD_CONF.with_name("timesyncd.conf.d"):
         shutil.rmtree(path, ignore_errors=True)
@@ -60,12 +60,12 @@ def kiosk(terminal, make_service, portal, bus):
     pathlib.Path("/etc/nsswitch.conf").write_text("hosts: files\n")
     pathlib.Path("/etc/hosts").write_text("127.0.0.1 four.example\n::1 six.example\n")
     TIMESYNCD.unlink(missing_ok=True)
-    yield start_kiosk(terminal, make_service, portal, bus)
+    yield enrolled.start_unlocked()
     bus.timedated.leave()
 
 
 def log_of(kiosk):
-    return [line for line in kiosk.service.log.lines if ">time: " in line]
+    return kiosk.lines_of("time: ")
 
 
 def assert_is_now(text):
@@ -192,4 +192,4 @@ def test_a_locked_terminal_corrects_nothing(kiosk, chronyc):
 
     assert chronyc() == []
     assert kiosk.service.log.lines[-1] == (
-        "<4>time.sync refused: terminal settings are not unlocked for session kiosk\n")
+        f"<4>time.sync refused: terminal settings are not unlocked for session {KIOSK_SESSION.id}\n")
