@@ -87,9 +87,13 @@ bool ReadFileLimited(const std::string& path, std::size_t maxBytes, std::string&
   return ReadExactly(file.Get(), out);
 }
 
-bool WriteIfChanged(const std::string& path, const std::string& text) {
+bool PathExists(const std::string& path) {
   struct stat status = {};
-  if (::stat(path.c_str(), &status) == 0 && ReadWholeFile(path) == text) return false;
+  return ::stat(path.c_str(), &status) == 0;
+}
+
+bool WriteIfChanged(const std::string& path, const std::string& text) {
+  if (PathExists(path) && ReadWholeFile(path) == text) return false;
   const std::string temporary = path + ".tmp";
   if (!WriteWholeFile(temporary, text)) {
     Log("<3>cannot write %s\n", temporary.c_str());

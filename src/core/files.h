@@ -30,6 +30,9 @@ namespace Tarnvale::KioskService {
 // too large; a short read answers false as well. An empty file is read well.
 [[nodiscard]] bool ReadFileLimited(const std::string& path, std::size_t maxBytes, std::string& out);
 
+// Whether there is something at the path. Follows links, so one that leads nowhere is nothing.
+[[nodiscard]] bool PathExists(const std::string& path);
+
 // Writes a small system file, mode 0644, unless it holds this very text already. True when the file
 // changed: whatever must follow a change hangs on this. A failure is logged, counts as no change,
 // and leaves the old file. Writes `path`.tmp and renames it; there is no fsync, for what is written

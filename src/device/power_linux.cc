@@ -33,11 +33,6 @@ constexpr std::int32_t kSuspendTimeoutMs = 60 * kSecondMs;
 constexpr std::int32_t kRtcwakeTimeoutMs = 24 * kHourMs;  // it waits until the terminal is awake
 constexpr std::int32_t kRebootTimeoutMs = 20 * kSecondMs;
 
-bool FileExists(const char* path) {
-  struct stat status = {};
-  return ::stat(path, &status) == 0;
-}
-
 std::string PowerEnvPath(const Config& config) {
   return config.etcDir + "/power.env";
 }
@@ -92,14 +87,14 @@ std::string ApplySleepSchedule(const PowerSchedule& schedule) {
     Log("<6>power: sleep at %s, wake at %s\n", CalendarText(schedule).c_str(),
         FormatClock(schedule.wakeAt).c_str());
   }
-  if (FileExists(kWakeAlarm)) return {};
+  if (PathExists(kWakeAlarm)) return {};
   Log("<4>power: this device has no RTC wake alarm\n");
   return "wake_unavailable";
 }
 
 // True when there was a schedule to remove.
 bool RemoveSleepSchedule() {
-  if (!FileExists(kSleepTimerPath)) return false;
+  if (!PathExists(kSleepTimerPath)) return false;
   // The units go whatever systemd says to it.
   (void)Systemctl({"disable", "--now", kSleepTimer}, kTimerTimeoutMs);
   (void)::unlink(kSleepTimerPath);
@@ -110,7 +105,7 @@ bool RemoveSleepSchedule() {
 
 // Nothing when this terminal has no means of waking by itself.
 std::string FindRtcwake() {
-  return FileExists(kWakeAlarm) ? FindTool("rtcwake") : std::string();
+  return PathExists(kWakeAlarm) ? FindTool("rtcwake") : std::string();
 }
 
 bool SuspendWithAlarm(const std::string& rtcwake, long wakeAt) {

@@ -27,8 +27,7 @@ bool ApplyProxy(const ProxyChange& change, const std::string& etcDir) {
   (void)::mkdir(etcDir.c_str(), kEtcDirMode);           // usually there; the write tells otherwise
   (void)WriteIfChanged(envPath, ProxyEnvText(change));  // logs what fails; an old file will do
   ApplyAptProxy(change);
-  struct stat status = {};
-  return ::stat(envPath.c_str(), &status) == 0;
+  return PathExists(envPath);
 }
 
 }  // namespace Tarnvale::KioskService

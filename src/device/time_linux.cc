@@ -3,7 +3,6 @@
 #include <glob.h>
 #include <netdb.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
 
 #include <algorithm>
 #include <array>
@@ -145,9 +144,8 @@ bool ResyncWithChrony(const std::string& chronyc) {
 }
 
 bool TimesyncdIsInstalled() {
-  struct stat status = {};
-  return ::stat("/lib/systemd/systemd-timesyncd", &status) == 0 ||
-         ::stat("/usr/lib/systemd/systemd-timesyncd", &status) == 0;
+  return PathExists("/lib/systemd/systemd-timesyncd") ||
+         PathExists("/usr/lib/systemd/systemd-timesyncd");
 }
 
 // False also when timedated does not answer.

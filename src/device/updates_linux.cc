@@ -113,11 +113,6 @@ void Install(const std::string& aptGet, std::vector<OsUpdate>& updates, std::ato
       CutOutput(upgrade, kMaxUpgradeTextBytes).c_str());
 }
 
-bool Exists(const char* path) {
-  struct stat status = {};
-  return ::stat(path, &status) == 0;
-}
-
 }  // namespace
 
 WuRun RunApt(bool install, std::vector<OsUpdate>* updates, std::atomic<int>* progress) {
@@ -144,7 +139,7 @@ WuRun RunApt(bool install, std::vector<OsUpdate>* updates, std::atomic<int>* pro
 }
 
 bool RebootRequired() {
-  return Exists("/run/reboot-required") || Exists("/var/run/reboot-required");
+  return PathExists("/run/reboot-required") || PathExists("/var/run/reboot-required");
 }
 
 bool ScheduleUpdateRestart() {
