@@ -3,13 +3,17 @@
 import os
 import pathlib
 import shutil
+import sys
 import tempfile
 
 import pytest
 
+sys.path.insert(0, str(pathlib.Path(__file__).parents[1] / "support"))
+
 from kiosk import Kiosk
 from kioskd import Service
 from logind import Bus
+from portal_document import PortalDocument
 from scripted_portal import ScriptedPortal
 from small_disk import SmallDisk
 from stand_in import StandIn
@@ -53,11 +57,21 @@ def service(make_service):
     return make_service().write_state({"DevAllowAnyCaller": 1}).start()
 
 
+@pytest.fixture(scope="session")
+def portal_document():
+    return PortalDocument()
+
+
 @pytest.fixture
-def portal():
+def portal(request, portal_document):
+    """A portal that answers what the test tells it. Whatever a terminal has sent to it has to stand in the portal's
+    description, unless the test is marked as one that makes the terminal send something else."""
     scripted = ScriptedPortal()
     yield scripted
     scripted.close()
+    if not request.node.get_closest_marker("undescribed_requests"):
+        expect_none([violation for sent in scripted.requests for violation in portal_document.violations_of_request(
+            sent.method, sent.target, sent.headers, sent.body)])
 
 
 @pytest.fixture(scope="session")
@@ -68,10 +82,14 @@ def shared_stand_in():
 
 
 @pytest.fixture
-def stand_in(shared_stand_in):
-    """The project's own portal, with no terminals yet."""
+def stand_in(shared_stand_in, portal_document):
+    """The project's own portal, with no terminals yet. Whatever it was sent and has answered has to stand in the
+    portal's description."""
     shared_stand_in.post("/admin/reset")
-    return shared_stand_in
+    yield shared_stand_in
+    records = shared_stand_in.records()
+    assert records, "no terminal came"
+    expect_none(portal_document.violations_of_records(records))
 
 
 @pytest.fixture(scope="session")
@@ -151,6 +169,11 @@ def small_disk(place):  # whose removal comes after the disks'
 
 def pytest_configure(config):
     config.addinivalue_line("markers", "root: needs the rights of root")
+    config.addinivalue_line("markers", "undescribed_requests(why): the portal's description leaves them out")
+
+
+def expect_none(violations):
+    assert not violations, "not as docs/portal-api.yaml says:\n" + "\n".join(violations)
 
 
 def pytest_runtest_setup(item):

@@ -19,7 +19,6 @@ from terminal import CLIENT, KIOSK, KIOSK_UID
 PHOTOS = "/api/kiosk/branding/photos/"
 LARGEST = 16_777_216
 MACHINE = hashlib.sha256(b"0123456789abcdef0123456789abcdef").hexdigest()
-REPORT = {"hostname": "h", "platform": "Linux", "osVersion": "o", "appVersion": "a", "screenCount": 1}
 UNENROLLED = "<6>enrolled=0 provisioned=0 maintenance=0\n"
 
 
@@ -47,9 +46,8 @@ class Tenant:
 
     def __init__(self, stand_in):
         self._stand_in = stand_in
-        code = stand_in.post("/api/kiosk/pair", REPORT)["pairingCode"]
-        self._path = "/admin/terminals/" + stand_in.post("/admin/claim", {"code": code})["terminal"]
-        self.token = stand_in.get(f"/api/kiosk/pair/{code}")["deviceToken"]
+        name, self.token = stand_in.enrol()
+        self._path = f"/admin/terminals/{name}"
         self.digests = []
 
     def has(self, *wishes):

@@ -28,6 +28,7 @@ NOTHING_KNOWN = {"ok": True, "checking": False, "installing": False, "progress":
                  "lastChecked": None, "error": None, "updates": []}
 UTC = re.compile(r"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ")
 POLICY = {"automatic": False, "window": {"start": "22:00", "end": "04:00", "days": [1, 5]}}
+REPORT = {"lastRunAt": None, "lastResult": None, "error": None, "pending": 0, "restartRequired": False}
 
 
 class Apt:
@@ -152,13 +153,13 @@ def test_the_portals_policy_is_shown(start):
 
 
 @pytest.mark.parametrize("marker, report, required", [
-    (True, None, True), (False, '{"restartRequired":true}', True), (False, '{"restartRequired":false}', False)],
-    ids=str)
+    (True, None, True), (False, REPORT | {"restartRequired": True}, True), (False, REPORT, False)],
+    ids=["the marker", "the report", "neither"])
 def test_a_restart_that_is_owed_is_known_after_a_start(start, marker, report, required):
     if marker:
         MARKER.touch()
 
-    shown = start(OsUpdatesReport=report).settings("os.updates")
+    shown = start(OsUpdatesReport=report and json.dumps(report)).settings("os.updates")
     MARKER.unlink(missing_ok=True)
 
     assert shown["restartRequired"] == required
@@ -393,7 +394,7 @@ def test_a_terminal_that_is_revoked_gives_the_schedule_back(terminal, make_servi
     portal.checks_in(answer(401, {"status": "revoked"}))
     service = make_service("--auth-base", portal.url, bus=bus.address).write_state({
         "DeviceToken": "secret", "OwnsWuPolicy": 1, "UpdatesPolicy": json.dumps(POLICY | {"automatic": True}),
-        "UpdatesSource": "tenant", "OsUpdatesReport": "{}", "OsUpdatesWindowDone": "2026-10-05"})
+        "UpdatesSource": "tenant", "OsUpdatesReport": json.dumps(REPORT), "OsUpdatesWindowDone": "2026-10-05"})
 
     service.start()
     service.log.wait_for("<4>removing kiosk mode: ")

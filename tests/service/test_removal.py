@@ -20,7 +20,7 @@ ENROLLED = {"DeviceToken": "secret", "DeviceId": MACHINE, "Provisioned": 1, "Acc
 HOLDS_EVERYTHING = ENROLLED | {
     "Maintenance": 1, "MaintenanceAt": int(time.time() * 1000), "LastError": "e", "UnknownSince": 6, "SignIn": "{}", "TerminalName": "n",
     "UpdatesPolicy": "u", "UpdatesSource": "t", "OsUpdatesReport": "r", "OsUpdatesWindowDone": "w",
-    "PowerPolicy": "p", "PowerSource": "t", "PowerLocal": "l", "PowerError": "x"}
+    "PowerPolicy": "p", "PowerSource": "t", "PowerLocal": "l", "PowerError": "wake_unavailable"}
 KEPT = {"MaintenanceFailures": 3, "MaintenanceLockedUntil": 7, "AuthBaseUrl": "http://by.hand", "DevAllowAnyCaller": 1}
 
 TIMER = pathlib.Path("/etc/systemd/system/tarnvale-kiosk-sleep.timer")

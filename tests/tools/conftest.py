@@ -1,11 +1,16 @@
 """The fixtures of the simulator's tests."""
 
+import pathlib
 import subprocess
+import sys
 
 import pytest
 
+sys.path.insert(0, str(pathlib.Path(__file__).parents[1] / "support"))
+
+from portal_document import PortalDocument
 from programs import TOOLS_DIR, Place
-from simulated import Kiosk, Simulator
+from simulated import Kiosk, Simulator, ask
 
 
 @pytest.fixture
@@ -17,15 +22,20 @@ def place():
 
 @pytest.fixture
 def portal():
-    """The stand-in, which claims every code at once."""
+    """The stand-in, which claims every code at once. What it was sent and has answered has to stand in the portal's
+    description."""
     process = subprocess.Popen(
         [TOOLS_DIR / "portal" / "portal", "--port", "0", "--quiet", "--auto-claim", "0"],
         stdout=subprocess.PIPE, text=True,
     )
-    yield process.stdout.readline().removeprefix("listening on ").strip()
-    process.terminate()
-    process.wait()
-    process.stdout.close()
+    url = process.stdout.readline().removeprefix("listening on ").strip()
+    try:
+        yield url
+        assert PortalDocument().violations_of_records(ask(url, "/admin/requests?secrets=1")["requests"]) == []
+    finally:
+        process.terminate()
+        process.wait()
+        process.stdout.close()
 
 
 @pytest.fixture

@@ -1,9 +1,11 @@
-"""The examples in docs/, tried out: no page shows what the service and the stand-in do not do."""
+"""The examples in docs/, tried out: no document shows what the service and the stand-in do not do."""
 
 import json
 import os
 import re
 import sys
+
+import yaml
 
 from programs import IS_ROOT, NOBODY_UID, TOOLS_DIR, wait_until
 from simulated import EXIT_PASSWORD, KIOSK_UID, ask, tell
@@ -20,13 +22,11 @@ def examples_of(page):
     return [(json.loads(request), json.loads(reply)) for request, reply in pairs]
 
 
-def bodies_of(page):
-    """The JSON texts that stand alone in the page, by the names of their members."""
-    return [json.loads(text) for text in re.findall(r"^\{.*\}$", (DOCS_DIR / page).read_text(), re.MULTILINE)]
-
-
-def body_with(page, member):
-    return next(body for body in bodies_of(page) if member in body)
+def portal_example(path, name, *, status=None):
+    """An example of the portal's description: of what terminals post to a path, or of the answer of that status."""
+    operation = yaml.safe_load((DOCS_DIR / "portal-api.yaml").read_text())["paths"][path]["post"]
+    message = operation["responses"][status] if status else operation["requestBody"]
+    return message["content"]["application/json"]["examples"][name]["value"]
 
 
 def shape_of(value):
@@ -102,11 +102,11 @@ def test_every_command_has_an_example():
     assert {request["cmd"] for request, _ in examples_of("control-protocol.md")} == headings
 
 
-def test_every_answer_of_the_portal_api_passes_the_portals_own_rules():
+def test_the_settings_of_the_portal_api_pass_the_portals_own_rules():
     sys.path.insert(0, str(TOOLS_DIR / "portal"))
     import validate
 
-    reply = body_with("portal-api.md", "exitPassword")
+    reply = portal_example("/api/kiosk/check-in", "all", status="200")
 
     assert reply.pop("status") == "enrolled"
     assert set(reply) == set(validate.SETTING_CHECKS)
@@ -123,5 +123,5 @@ def test_terminals_send_the_requests_of_the_portal_api(kiosk):
     pair = wait_until(lambda: sent_by(kiosk, "hostname"), "the terminal to pair")
     check_in = wait_until(lambda: sent_by(kiosk, "osUpdates"), "a check-in with a report")
 
-    assert shape_of(pair) == shape_of(body_with("portal-api.md", "hostname"))
-    assert shape_of(check_in) == shape_of(body_with("portal-api.md", "osUpdates"))
+    assert shape_of(pair) == shape_of(portal_example("/api/kiosk/pair", "lobby"))
+    assert shape_of(check_in) == shape_of(portal_example("/api/kiosk/check-in", "updated"))

@@ -88,7 +88,7 @@ def _get_state(portal, faults, request):
 def _get_requests(portal, faults, request):
     entries = portal.requests_after(_number_in_query(request, "after"))
     if not _wants_secrets(request):
-        entries = [_without_token(entry) for entry in entries]
+        entries = [_without_secrets(entry) for entry in entries]
     return {"requests": entries, "lastRequest": portal.last_request()}
 
 
@@ -183,11 +183,12 @@ def _text_member(wish, name):
     return wish[name]
 
 
-def _without_token(entry):
+def _without_secrets(entry):
     def shown(name, value):
         return [name, "Bearer (hidden)" if name.lower() == "authorization" else value]
 
-    return {**entry, "headers": [shown(*header) for header in entry["headers"]]}
+    kept = {name: value for name, value in entry.items() if name != "answer"}
+    return {**kept, "headers": [shown(*header) for header in entry["headers"]]}
 
 
 _TERMINAL = r"/admin/terminals/([^/]+)"

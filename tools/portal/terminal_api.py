@@ -57,8 +57,8 @@ def bearer_of(request):
 
 
 def entry_of(request, handled, fault):
-    """What is kept of a terminal's request; `handled` is None when a fault kept it from being carried out. A body that
-    is not UTF-8 is kept a second time, in base64."""
+    """What is kept of a terminal's request; `handled` is None when a fault kept it from being carried out, and there is
+    no answer of the portal's own then. A body that is not UTF-8 is kept a second time, in base64."""
     text = request.body.decode("utf-8", "replace")
     entry = {
         "method": request.method,
@@ -66,6 +66,7 @@ def entry_of(request, handled, fault):
         "headers": request.headers,
         "body": text,
         "status": handled.answer.status if handled else fault.made_up_status(),
+        "answer": _kept_of(handled.answer) if handled else None,
         "terminal": handled.terminal if handled else "",
         "fault": fault.kind if fault else None,
         "doubts": handled.doubts if handled else [],
@@ -73,6 +74,13 @@ def entry_of(request, handled, fault):
     if text.encode("utf-8") != request.body:
         entry["bodyBase64"] = base64.b64encode(request.body).decode("ascii")
     return entry
+
+
+def _kept_of(answer):
+    """A photo is large, and can be had by its digest."""
+    content_type = answer.headers["Content-Type"]
+    is_text = content_type == "application/json"
+    return {"contentType": content_type, "body": answer.body.decode("utf-8") if is_text else None}
 
 
 def _route(portal, request, handled):

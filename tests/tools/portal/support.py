@@ -70,7 +70,7 @@ class PortalTest(unittest.TestCase):
         self.addCleanup(self.server.stop)
         self.address = urlsplit(self.server.url).netloc
 
-    def send(self, method, path, body=b"", headers=None, timeout=10):
+    def send(self, method, path, body=b"", headers=None, timeout=90):
         connection = http.client.HTTPConnection(self.address, timeout=timeout)
         try:
             connection.request(method, path, body=body or None, headers=headers or {})

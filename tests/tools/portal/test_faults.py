@@ -121,7 +121,7 @@ class Kinds(FaultTest):
     def test_silent_ends_when_the_terminal_goes(self):
         self.fault("silent", forMs=600000, count=1)
         host, port = self.address.rsplit(":", 1)
-        with socket.create_connection((host, int(port)), timeout=10) as terminal:
+        with socket.create_connection((host, int(port)), timeout=90) as terminal:
             terminal.sendall(b"POST /api/kiosk/check-in HTTP/1.1\r\nHost: p\r\n\r\n")
             self.admin("POST", "/admin/wait", {"afterRequests": 0, "path": "/api/kiosk/check-in"})
             self.assertEqual(len(self.server.faults._playing), 1)
@@ -197,7 +197,7 @@ class Kinds(FaultTest):
     def test_drip_comes_a_byte_at_a_time(self):
         self.fault("drip", everyMs=600000, path="/api/kiosk/check-in")
         host, port = self.address.rsplit(":", 1)
-        with socket.create_connection((host, int(port)), timeout=10) as terminal:
+        with socket.create_connection((host, int(port)), timeout=90) as terminal:
             terminal.sendall(b"POST /api/kiosk/check-in HTTP/1.1\r\nHost: p\r\n\r\n")
             head = b""
             while not head.endswith(b"\r\n\r\n"):

@@ -201,6 +201,24 @@ class Records(PortalTest):
         self.assertIn(["Authorization", f"Bearer {token}"], self.requests("?secrets=1")[-1]["headers"])
         self.assertEqual(self.requests()[-1]["terminal"], terminal)
 
+    def test_tell_the_answers_with_the_secrets_and_leave_photos_out(self):
+        terminal, token = self.enrol()
+        branding = self.change(terminal, branding={"displayName": "Tarn", "photos": 1})["settings"]["branding"]
+        answered = self.check_in(token)
+        self.fetch_photo(branding["photos"][0]["sha256"], token)
+
+        check_in, photo = self.requests("?secrets=1")[-2:]
+
+        self.assertNotIn("answer", self.requests()[-1])
+        self.assertEqual(check_in["answer"], {"contentType": "application/json", "body": answered.body.decode()})
+        self.assertEqual(photo["answer"], {"contentType": "image/png", "body": None})
+
+    def test_keep_no_answer_that_a_fault_makes_up(self):
+        self.fault("status", status=503, count=1)
+        self.terminal_sends("POST", "/api/kiosk/pair", PAIRING_REPORT)
+
+        self.assertIsNone(self.requests("?secrets=1")[-1]["answer"])
+
     def test_doubt_what_a_terminal_should_not_send(self):
         report = support.json.dumps({**PAIRING_REPORT, "colour": "red", "platform": "Plan 9"}).encode()
         self.send("POST", "/api/kiosk/pair", report, {"Authorization": "Bearer x"})
