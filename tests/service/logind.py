@@ -100,6 +100,10 @@ class Bus:
         self.logind = Logind(self.address, connection)
         self.timedated = Timedated(self.address, connection)
 
+    @property
+    def pid(self):
+        return self._daemon.pid
+
     def close(self):
         self.logind.leave()
         self.timedated.leave()
@@ -123,7 +127,7 @@ class BusStandIn:
         self._process = subprocess.Popen(
             [sys.executable, "-m", "dbusmock", "--system", self._name, self._path, self._interface],
             env=os.environ | {"DBUS_SYSTEM_BUS_ADDRESS": self._address}, stdout=subprocess.DEVNULL)
-        wait_until(self._is_on_the_bus, f"{self._name} to be on the bus")
+        wait_until(self.is_on_the_bus, f"{self._name} to be on the bus")
 
     def leave(self):
         """It goes away; calls to it fail from now on."""
@@ -143,7 +147,7 @@ class BusStandIn:
     def wait_for_call(self, name, times=1):
         wait_until(lambda: self.calls_of(name) >= times, f"{self._name} to be asked for {name}")
 
-    def _is_on_the_bus(self):
+    def is_on_the_bus(self):
         return self._call("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
                           "NameHasOwner", GLib.Variant("(s)", (self._name,)))[0]
 

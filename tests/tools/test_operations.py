@@ -1,0 +1,59 @@
+"""docs/operations.md names every warning and error of the service and every key of its state, and none that there is not."""
+
+import re
+
+from programs import TOOLS_DIR
+
+ROOT = TOOLS_DIR.parent
+LOG_CALL = re.compile(r"\bLog\(")
+# What a call says: the texts that follow its parenthesis, which the compiler joins.
+LOG_TEXT = re.compile(r'\bLog\(\s*((?:"(?:\\.|[^"\\])*"\s*)+)')
+PRIORITY = re.compile(r"<([346])>(.*?)\\n")
+# Several in a row are one value to the reader.
+CONVERSIONS = re.compile(r"(?:%(?:s|d|zu|lld))+")
+ROW = re.compile(r"^\| ([34]) \| `(.+?)` \|", re.MULTILINE)
+STATE_KEY = re.compile(r'char k\w+\[\] =\s*"(\w+)"')
+STATE_ROW = re.compile(r"^\| ((?:`[A-Z]\w+`(?:, )?)+) \|", re.MULTILINE)
+PLACEHOLDER = re.compile(r"<[a-z]+(?: [a-z]+)*>")
+
+
+def sources():
+    return [path.read_text() for path in sorted((ROOT / "src").rglob("*.cc")) if path.name != "log.cc"]
+
+
+def texts_of(source):
+    """The texts of the log calls in a source, each joined as the compiler does it."""
+    return ["".join(re.findall(r'"((?:\\.|[^"\\])*)"', found)) for found in LOG_TEXT.findall(source)]
+
+
+def lines_of_the_service():
+    """Priority and text of all that may be logged, with <> for each value."""
+    parts = [PRIORITY.fullmatch(text).groups() for source in sources() for text in texts_of(source)]
+    return {(priority, CONVERSIONS.sub("<>", text).replace('\\"', '"')) for priority, text in parts}
+
+
+def lines_of_the_page():
+    page = (ROOT / "docs/operations.md").read_text()
+    return {(priority, PLACEHOLDER.sub("<>", text)) for priority, text in ROW.findall(page)}
+
+
+def test_every_log_call_says_its_text_on_the_spot():
+    """So that the other tests here see all of them."""
+    assert [source for source in sources() if len(LOG_CALL.findall(source)) != len(texts_of(source))] == []
+
+
+def test_every_warning_and_error_is_explained_to_those_who_run_terminals():
+    asking = {line for line in lines_of_the_service() if line[0] in "34"}
+
+    assert asking - lines_of_the_page() == set()
+
+
+def test_no_line_is_explained_that_the_service_does_not_write():
+    assert lines_of_the_page() - lines_of_the_service() == set()
+
+
+def test_the_keys_of_the_state_are_those_that_the_page_explains():
+    page = (ROOT / "docs/operations.md").read_text()
+    explained = {key for row in STATE_ROW.findall(page) for key in re.findall(r"\w+", row)}
+
+    assert explained == set(STATE_KEY.findall((ROOT / "src/core/state.h").read_text()))
