@@ -45,9 +45,6 @@ class Terminal:
     def read(self, path):
         return self.run(f"cat {path}")
 
-    def write(self, path, text):
-        self.run(f"cat >{path}", stdin=text)
-
     def exists(self, path):
         return self.try_run(f"test -e {path}").status == 0
 
