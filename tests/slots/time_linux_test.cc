@@ -283,6 +283,18 @@ TEST_F(ResyncWithTimesyncd, FailsWhenChronyIsInstalledAndNothingRuns) {
   EXPECT_EQ(Calls(), std::string(kAskChrony) + kAskChronyd);
 }
 
+// On a real Debian timedated answers SetNTP before the client that it starts runs. The request that
+// switches NTP on then finds nobody to ask, and the next one does.
+TEST_F(ResyncWithTimesyncd, MissesAChronyThatTimedatedIsStillStarting) {
+  ChronycIsInstalled();
+  std::filesystem::remove("/usr/lib/systemd/systemd-timesyncd");
+  EXPECT_FALSE(ResyncClock());
+
+  ChronyIs("chrony.service");
+
+  EXPECT_TRUE(ResyncClock());
+}
+
 class ResyncWithoutBus : public RecordedToolTest {
  protected:
   PrivateBus bus;
