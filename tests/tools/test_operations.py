@@ -1,8 +1,10 @@
-"""docs/operations.md names every warning and error of the service and every key of its state, and none that there is not."""
+"""docs/operations.md names every warning and error of the service and every key of its state, and none that there is not.
+Its recipes for the state file do what they say."""
 
+import json
 import re
 
-from programs import TOOLS_DIR
+from programs import TOOLS_DIR, run
 
 ROOT = TOOLS_DIR.parent
 LOG_CALL = re.compile(r"\bLog\(")
@@ -15,6 +17,13 @@ ROW = re.compile(r"^\| ([34]) \| `(.+?)` \|", re.MULTILINE)
 STATE_KEY = re.compile(r'char k\w+\[\] =\s*"(\w+)"')
 STATE_ROW = re.compile(r"^\| ((?:`[A-Z]\w+`(?:, )?)+) \|", re.MULTILINE)
 PLACEHOLDER = re.compile(r"<[a-z]+(?: [a-z]+)*>")
+# The program of sed, the key, and the value that it is given.
+RECIPE = re.compile(r"""^    sed -i '(s/"(\w+)":[^/]*/"\w+":([^/]*)/)' /var/lib/tarnvale-kiosk/state\.json$""", re.MULTILINE)
+# What the service may have stored.
+RECIPE_VALUES = {
+    "MaintenanceLockedUntil": (0, 1790000000000, None),
+    "DeviceId": ("5e884898da28047151d0e56f8dc6292773603d0d6aabbdd62a11ef721d1542d8", "", None),
+}
 
 
 def sources():
@@ -57,3 +66,26 @@ def test_the_keys_of_the_state_are_those_that_the_page_explains():
     explained = {key for row in STATE_ROW.findall(page) for key in re.findall(r"\w+", row)}
 
     assert explained == set(STATE_KEY.findall((ROOT / "src/core/state.h").read_text()))
+
+
+def run_recipe(program, state, directory):
+    """What the recipe makes of a state file, as text. The file is written as the service writes it."""
+    file = directory / "state.json"
+    file.write_text(json.dumps(state, separators=(",", ":")))
+    assert run("sed", "-i", program, file).returncode == 0
+    return file.read_text()
+
+
+def test_the_recipes_for_the_state_change_the_key_that_they_name_and_nothing_else(place):
+    page = (ROOT / "docs/operations.md").read_text()
+    others = {"DeviceToken": "a-token", "MaintenanceFailures": 5, "PowerPolicy": '{"sleepMinutes":0}', "AccountUid": None}
+
+    recipes = {key: (program, json.loads(value)) for program, key, value in RECIPE.findall(page)}
+
+    assert set(recipes) == set(RECIPE_VALUES)
+    for key, (program, new) in recipes.items():
+        for old in RECIPE_VALUES[key]:
+            for before in ({key: old, **others}, {**others, key: old}):
+                after = run_recipe(program, before, place)
+                assert json.loads(after) == {**before, key: old if old is None else new}, (program, before, after)
+        assert json.loads(run_recipe(program, others, place)) == others
