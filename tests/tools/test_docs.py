@@ -13,6 +13,9 @@ from simulated import EXIT_PASSWORD, KIOSK_UID, ask, tell
 DOCS_DIR = TOOLS_DIR.parent / "docs"
 PERSON_COMMANDS = ("status", "pair.begin", "pair.check", "restart.now")
 REMEMBERED = ("code", "unlockToken")  # Another one each time.
+# Members whose values are those of a run, a machine or a build: only their types are compared. `installing` is true until
+# the run has begun, which may be before the reply is made.
+VARYING = {*REMEMBERED, "appVersion", "at", "brandingDir", "hostname", "installing", "lastChecked", "lastRunAt", "osVersion"}
 
 
 def examples_of(page):
@@ -29,11 +32,15 @@ def portal_example(path, name, *, status=None):
     return message["content"]["application/json"]["examples"][name]["value"]
 
 
-def shape_of(value):
-    """What two replies have in common when only their values differ."""
+def constant_of(value, name=None):
+    """What an example and a real message have in common: all but the values that vary, in their order."""
     if isinstance(value, dict):
-        return [(name, shape_of(member)) for name, member in value.items()]
-    return "list" if isinstance(value, list) else "value"
+        return [(member, constant_of(value[member], member)) for member in value]
+    if isinstance(value, list):
+        return [constant_of(element, name) for element in value]
+    is_number = isinstance(value, (int, float)) and not isinstance(value, bool)
+    kind = "number" if is_number else type(value).__name__
+    return kind if name in VARYING else (kind, value)
 
 
 def sent_by(kiosk, member):
@@ -57,8 +64,7 @@ class Reader:
         fresh = {**request, **{name: self._remembered[name] for name in REMEMBERED if name in request}}
         # The page has no wait between the look for updates and the install.
         answer = wait_until(lambda: self._answer_unless_busy(fresh), "the end of the run before")
-        assert (answer["ok"], answer.get("error")) == (reply["ok"], reply.get("error")), request
-        assert shape_of(answer) == shape_of(reply), request
+        assert constant_of(answer) == constant_of(reply), request
         self._remembered.update((name, answer[name]) for name in REMEMBERED if name in answer)
         if request["cmd"] == "restart.now":
             self._be_in_kiosk_mode(lambda: self._simulator.wait_for_line("listening on", 2))
@@ -123,5 +129,5 @@ def test_terminals_send_the_requests_of_the_portal_api(kiosk):
     pair = wait_until(lambda: sent_by(kiosk, "hostname"), "the terminal to pair")
     check_in = wait_until(lambda: sent_by(kiosk, "osUpdates"), "a check-in with a report")
 
-    assert shape_of(pair) == shape_of(portal_example("/api/kiosk/pair", "lobby"))
-    assert shape_of(check_in) == shape_of(portal_example("/api/kiosk/check-in", "updated"))
+    assert constant_of(pair) == constant_of(portal_example("/api/kiosk/pair", "lobby"))
+    assert constant_of(check_in) == constant_of(portal_example("/api/kiosk/check-in", "updated"))
