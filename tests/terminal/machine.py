@@ -77,6 +77,10 @@ class Machine:
         """The Enter key, which ends a line for whoever reads the first console."""
         self._tell("send-key", keys=[{"type": "qcode", "data": "ret"}])
 
+    def wake(self):
+        """Ends a sleep, as the power button does."""
+        self._tell("system_wakeup")
+
     def wait_until_it_answers(self):
         """After a sleep, which may have cut the agent's answer off."""
         self.agent.wait(BOOT_S)

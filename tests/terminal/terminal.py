@@ -4,7 +4,7 @@ import json
 import shlex
 import time
 
-from log import Log
+from log import JOURNAL, Log
 from portal import Portal
 from machine import Machine
 
@@ -56,6 +56,9 @@ class Terminal:
         """The service's log from here on."""
         return Log(self)
 
+    def log_of_this_boot(self):
+        return self.run(f"{JOURNAL} --boot --output cat")
+
     def until(self, event, probe, timeout_s=PATIENCE_S):
         """Waits for what is sure to come, and answers with what the probe found."""
         deadline = time.monotonic() + timeout_s
@@ -77,9 +80,6 @@ class Terminal:
 
     def service_answers(self):
         return self.try_run("tarnvale-kioskctl status").status == 0
-
-    def service_pid(self):
-        return int(self.run(f"systemctl show --property MainPID --value {SERVICE}"))
 
     def pair(self):
         """A person pairs at the serial console and the portal's administrator claims; answers with the last reply.
@@ -125,6 +125,11 @@ class Terminal:
         session = self.until("the kiosk session", self.kiosk_session)
         self.until("the stream client listens", lambda: self.exists(relay_of(session)))
         return session
+
+    def idle_action(self):
+        """logind's own view: what it does when nobody does anything, and after how many microseconds."""
+        manager = "org.freedesktop.login1 /org/freedesktop/login1 org.freedesktop.login1.Manager"
+        return self.run(f"busctl get-property {manager} IdleAction IdleActionUSec").splitlines()
 
     # The control protocol.
 

@@ -4,7 +4,8 @@ import json
 
 import pytest
 
-from terminal import CLIENT, KIOSK, PRESENCE
+from striker import restarts, strikes
+from terminal import CLIENT, KIOSK, PRESENCE, SERVICE
 
 TOOL = "/usr/sbin/tarnvale-kioskctl"
 NOT_THE_KIOSK = "session.report refused: the caller is not the kiosk account in its own session"
@@ -22,6 +23,10 @@ def group_writable_client(terminal):
     terminal.run(f"chmod g+w {CLIENT}")
     yield
     terminal.run(f"chmod g-w {CLIENT}")
+
+
+def limit(terminal, name):
+    return int(terminal.run(f"systemctl show --property {name} --value {SERVICE}"))
 
 
 def asks(terminal, account, program, request):
@@ -102,6 +107,30 @@ def test_the_report_ends_with_the_session_that_made_it(terminal, saw):
     anew = terminal.wait_for_kiosk()
     assert anew["Id"] != session["Id"]
     saw(f"session {session['Id']} ended and its report with it: {cleared}; the kiosk is back in session {anew['Id']}")
+
+
+def test_a_flood_of_silent_connections_meets_the_limit_of_descriptors(terminal, saw):
+    starts = restarts(terminal)
+    # More than descriptors, and fewer than threads, so that both limits are in play.
+    connections = 2 * limit(terminal, "LimitNOFILESoft")
+
+    met = json.loads(terminal.run(f"/usr/lib/tarnvale-world/flood {connections}"))
+
+    assert met["threads"] < limit(terminal, "LimitNOFILESoft") < limit(terminal, "TasksMax") / 2, met
+    assert terminal.ask("status")["kioskSession"]
+    assert restarts(terminal) == starts
+    saw(f"{connections} silent connections: {met['threads']} threads at most, {met['closed']} closed; then it answers again")
+
+
+def test_sigkills_at_random_moments_leave_callers_what_they_are(terminal, saw):
+    with strikes(terminal, 2, within_s=4):
+        pass
+
+    assert terminal.ask("session.report", signedIn=True, live=False) == {"ok": True}
+    assert (presence(terminal)["signedIn"], presence(terminal)["live"]) == (True, False)
+    assert terminal.ask_as_person("session.report", signedIn=False) == {"ok": False, "error": "not_permitted"}
+    assert terminal.ask("session.report", signedIn=False)["ok"]
+    saw("killed and started again, the service takes the report of the kiosk session, and none of mira's")
 
 
 def test_another_program_is_refused(terminal, saw):

@@ -4,6 +4,9 @@ import json
 
 import pytest
 
+from striker import strikes
+from terminal import CLIENT, KIOSK_UNIT
+
 ADAPTER = "enp0s2"
 # Of the network that QEMU makes: its DHCP gives .15, and with no way out of it neither a gateway nor a name server.
 LEASE = "10.0.2.15/24"
@@ -113,6 +116,15 @@ def test_net_set_gives_the_adapter_a_fixed_address(terminal, unlocked, saw):
     saw(f"{ADAPTER} has 10.0.2.77/24 and the default route by 10.0.2.2, resolv.conf asks 10.0.2.9")
 
 
+def test_sigkills_leave_the_fixed_address(terminal, saw):
+    with strikes(terminal, 2, within_s=4):
+        pass
+
+    assert address(terminal) == ("10.0.2.77/24", False)
+    assert profile(terminal)[1:] == ["manual", "10.0.2.77/24", "10.0.2.2", "10.0.2.9", "yes"]
+    saw("killed and started again, the service has left the adapter as it was set")
+
+
 def test_net_set_goes_back_to_the_lease(terminal, unlocked, saw):
     assert terminal.ask("net.set", **AUTOMATIC, **unlocked) == {"ok": True}
 
@@ -174,6 +186,26 @@ def test_proxy_env_is_what_other_programs_use(terminal, unlocked, saw):
 
     assert fetch(terminal, NOTICE)
     saw("curl with proxy.env for its environment goes through the proxy too, and past it with <local> for a bypass")
+
+
+def test_a_kiosk_session_that_begins_now_has_the_proxy(terminal, saw):
+    terminal.run(f"systemctl restart {KIOSK_UNIT}")
+    terminal.wait_for_kiosk()
+
+    environment = terminal.run(f"tr '\\0' '\\n' </proc/$(pgrep --exact --full '{CLIENT} --kiosk')/environ").splitlines()
+
+    assert f"http_proxy=http://{PROXY}" in environment, environment
+    saw("the stream client of the next session has the proxy in its environment")
+
+
+def test_sigkills_leave_the_proxy(terminal, saw):
+    before = terminal.read(PROXY_ENV), terminal.read(APT_PROXY)
+
+    with strikes(terminal, 2, within_s=4):
+        pass
+
+    assert (terminal.read(PROXY_ENV), terminal.read(APT_PROXY)) == before
+    saw("killed and started again, the service has left the proxy as it was set")
 
 
 def test_without_a_proxy_apt_goes_direct_again(terminal, unlocked, saw):

@@ -5,10 +5,12 @@ import json
 
 import pytest
 
+from striker import strike, strikes
 from terminal import SERVICE
 
 SCHEDULE = "/etc/apt/apt.conf.d/52tarnvale-kiosk-updates"
 EXECUTABLE = "/usr/lib/tarnvale-stream/tarnvale-kioskd"
+HOUR = datetime.timedelta(hours=1)
 WAITING = "os updates: waiting, a stream session is live; trying again every 15 min in this window"
 QUIET = {"automatic": False, "window": {"start": "02:00", "end": "05:00", "days": [0, 1, 2, 3, 4, 5, 6]}}
 
@@ -21,13 +23,17 @@ def log(terminal):
 
 @pytest.fixture(scope="module")
 def opened(terminal):
-    """When the window opened that is used here: an hour ago, by the terminal's clock. It lasts for two hours."""
-    return datetime.datetime.fromisoformat(terminal.run("date +%Y-%m-%dT%H:%M")) - datetime.timedelta(hours=1)
+    """When the window opened in which updates come here: an hour ago. It lasts for two hours."""
+    return now(terminal) - HOUR
 
 
-def window_from(opened):
-    closes = opened + datetime.timedelta(hours=2)
-    return {"start": f"{opened:%H:%M}", "end": f"{closes:%H:%M}", "days": [0, 1, 2, 3, 4, 5, 6]}
+def now(terminal):
+    """By the terminal's clock, to the minute."""
+    return datetime.datetime.fromisoformat(terminal.run("date +%Y-%m-%dT%H:%M"))
+
+
+def window_from(opens):
+    return {"start": f"{opens:%H:%M}", "end": f"{opens + 2 * HOUR:%H:%M}", "days": [0, 1, 2, 3, 4, 5, 6]}
 
 
 def report_a_live_stream(terminal):
@@ -51,18 +57,11 @@ def wait_for_report(terminal, result):
 
 
 def versions(terminal):
-    return dict(line.split() for line in terminal.run("dpkg-query --show tarnvale-kioskd terminal-notice").splitlines())
+    return dict(line.split() for line in terminal.run("dpkg-query --show tarnvale-kioskd 'terminal-*'").splitlines())
 
 
 def notice_status(terminal):
     return terminal.run("dpkg-query --show --showformat '${db:Status-Status}' terminal-notice")
-
-
-def kill_service(terminal):
-    """SIGKILL, until systemd has started another process."""
-    killed = terminal.service_pid()
-    terminal.run(f"kill -KILL {killed}")
-    terminal.until("systemd starts the service again", lambda: terminal.service_pid() not in (0, killed))
 
 
 def journal_of_unit(terminal, since):
@@ -74,18 +73,38 @@ def journal_of_unit(terminal, since):
     return entries[begin:]
 
 
-def test_automatic_updates_take_apts_own_schedule(terminal, log, opened, saw):
+def test_automatic_updates_take_apts_own_schedule(terminal, log, saw):
+    window = window_from(now(terminal) + 2 * HOUR)
+    terminal.portal.set(updates={"automatic": True, "window": window})
+
+    log.wait_for(f"os updates: automatic updates wait for the {window['start']}-{window['end']} window")
+
+    terminal.until("the drop-in", lambda: terminal.exists(SCHEDULE))
+    assert terminal.run("apt-config dump APT::Periodic::Unattended-Upgrade") == 'APT::Periodic::Unattended-Upgrade "0";'
+    assert terminal.run("apt-config dump Unattended-Upgrade::Automatic-Reboot") == 'Unattended-Upgrade::Automatic-Reboot "false";'
+    saw("the portal sent a window that opens in two hours; apt reads the drop-in and leaves its own unattended upgrades")
+
+
+def test_a_closed_window_installs_nothing(terminal, log, saw):
+    before = versions(terminal)
+    with strikes(terminal, 2, within_s=5):
+        pass
+
+    # The service looks at the window each minute, just after it has seen to this file.
+    terminal.run(f"rm {SCHEDULE}")
+    terminal.until("the service has looked", lambda: terminal.exists(SCHEDULE))
+    terminal.portal.wait_for_check_in()
+
+    assert not log.has("window is open"), log.lines()
+    assert versions(terminal) == before
+    assert "OsUpdatesWindowDone" not in terminal.state()
+    saw(f"killed twice and then left alone, the service waits for its window: {before}")
+
+
+def test_a_live_stream_defers_the_run(terminal, log, opened, saw):
     report_a_live_stream(terminal)
     terminal.portal.set(updates={"automatic": True, "window": window_from(opened)})
 
-    until_under_a_live_stream(terminal, "the drop-in", lambda: terminal.exists(SCHEDULE))
-
-    assert terminal.run("apt-config dump APT::Periodic::Unattended-Upgrade") == 'APT::Periodic::Unattended-Upgrade "0";'
-    assert terminal.run("apt-config dump Unattended-Upgrade::Automatic-Reboot") == 'Unattended-Upgrade::Automatic-Reboot "false";'
-    saw("the portal sent a window that is open; apt reads the drop-in and leaves its own unattended upgrades")
-
-
-def test_a_live_stream_defers_the_run(terminal, log, saw):
     until_under_a_live_stream(terminal, "the waiting line", lambda: log.has(WAITING))
 
     report = wait_for_report(terminal, "deferred")
@@ -97,7 +116,8 @@ def test_a_live_stream_defers_the_run(terminal, log, saw):
 
 def test_a_service_that_was_killed_has_not_lost_the_window(terminal, log, opened, saw):
     terminal.machine.forget_events()
-    kill_service(terminal)
+
+    strike(terminal)
 
     log.wait_for(f"os updates: the {opened:%Y-%m-%d} window is open")
 
@@ -143,6 +163,19 @@ def test_the_report_of_that_run_reaches_the_portal(terminal, opened, saw):
     saw(f"the portal has the report of {report['lastRunAt']}: ok, nothing pending; this window is done")
 
 
+def test_needrestart_leaves_the_restart_of_the_service_to_its_package(terminal, saw):
+    starts = terminal.run(f"systemctl show --property InvocationID {SERVICE}")
+    # As an upgrade of the library does it: another file under the name of the one that the process has mapped.
+    terminal.run("library=$(realpath $(ldconfig -p | grep -o '/.*/libcurl.so.4$')); "
+                 "cp --preserve $library $library.new && mv $library.new $library")
+
+    said = terminal.run("needrestart -r a")
+
+    assert f"Service restarts being deferred:\n systemctl restart {SERVICE}" in said, said
+    assert terminal.run(f"systemctl show --property InvocationID {SERVICE}") == starts
+    saw("needrestart, told to restart what uses an upgraded library, sees that the service does and leaves it alone")
+
+
 def test_without_automatic_updates_apt_has_its_own_schedule_again(terminal, log, saw):
     terminal.portal.set(updates=QUIET)
 
@@ -158,14 +191,15 @@ def test_an_installation_survives_the_death_of_the_service(terminal, saw):
     assert terminal.ask("os.install", **terminal.unlock())["ok"]
     terminal.until("dpkg configures the package", lambda: notice_status(terminal) == "half-configured")
 
-    kill_service(terminal)
-    terminal.until("the service listens", terminal.service_answers)
+    strike(terminal)
 
     assert notice_status(terminal) == "half-configured"
     terminal.run("pgrep --exact apt-get && touch /run/notice-may-end")
     terminal.until("apt ends", lambda: terminal.try_run("pgrep --exact apt-get").status == 1)
-    assert (notice_status(terminal), versions(terminal)["terminal-notice"]) == ("installed", "3")
-    saw("the service was killed while dpkg configured a package; apt went on without it and finished")
+    installed = versions(terminal)
+    assert notice_status(terminal) == "installed"
+    assert (installed["terminal-notice"], installed["terminal-behind"]) == ("3", "2"), installed
+    saw("killed while dpkg configured a package: apt went on without the service, through all that was said and still to come")
 
 
 def test_nothing_is_left_half_done(terminal, saw):

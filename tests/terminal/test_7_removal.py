@@ -1,38 +1,38 @@
 """Chapter 7: the terminal leaves its tenant, is somebody's copied image, and is paired anew."""
 
-from log import JOURNAL
-from striker import strike, strikes
-from terminal import KIOSK, KIOSK_UNIT, LOGIN_PROMPT
+import pathlib
+import re
 
-SLEEP_TIMER = "tarnvale-kiosk-sleep.timer"
-# What stands outside the state while the terminal belongs to somebody.
-TRACES = (
-    "/var/cache/tarnvale-kiosk/branding/branding.json", "/etc/tarnvale-kiosk/power.env",
-    "/etc/systemd/logind.conf.d/60-tarnvale-kiosk.conf", f"/etc/systemd/system/{SLEEP_TIMER}",
-    "/etc/systemd/system/tarnvale-kiosk-sleep.service", "/etc/apt/apt.conf.d/52tarnvale-kiosk-updates")
+from striker import strike, strikes
+from tenant import SLEEP_TIMER, TRACES, set_everything, traces
+from terminal import KIOSK, KIOSK_UNIT, LOGIN_PROMPT, STATE
+
 # The first survives on purpose, so that pairing anew is no way round a lock-out; the last is put there by hand.
 KEPT = {"MaintenanceFailures", "MaintenanceLockedUntil", "AuthBaseUrl"}
 PENDING = {"AccountUid", "TeardownPending"}
+OPERATIONS = pathlib.Path(__file__).parents[2] / "docs/operations.md"
+MODE_ROW = re.compile(r"^\| `(/[^`]+)`[^|]*\| (0\d{3}) \|", re.MULTILINE)
 # A process of the account outside all its sessions: what logind ends does not include it.
 STRAY = "terminal-stray.service"
 
 
-def traces(terminal):
-    return [path for path in TRACES if terminal.exists(path)]
-
-
 def test_the_terminal_carries_what_its_portal_set(terminal, saw):
-    other_day = [(int(terminal.run("date +%w")) + 3) % 7]  # nothing of this is to happen during the chapter
-    terminal.portal.set(
-        name="Lobby", branding={"displayName": "Tarn", "signInSubtitle": "Hello", "photos": 1},
-        power={"screenOffMinutes": 7, "sleepMinutes": 20,
-               "schedule": {"enabled": True, "sleepAt": "23:00", "wakeAt": "05:00", "days": other_day}},
-        updates={"automatic": True, "window": {"start": "02:00", "end": "02:30", "days": other_day}})
+    set_everything(terminal)
 
-    terminal.until("all that a policy leaves on the disk", lambda: traces(terminal) == list(TRACES))
-
-    terminal.until("the sleep timer", lambda: terminal.is_active(SLEEP_TIMER))
+    assert terminal.state()["TerminalName"] == "Lobby"
     saw("branding, idle times, a sleep timer and an updates drop-in are there")
+
+
+def test_its_files_have_the_modes_that_operators_are_told(terminal, saw):
+    told = {path.rstrip("/"): mode.lstrip("0") for path, mode in MODE_ROW.findall(OPERATIONS.read_text())}
+
+    # Not all of them are there at any one time.
+    looks = terminal.try_run(f"stat --format '%n %a %U' {' '.join(told)}").out.splitlines()
+
+    found = {path: look for path, *look in map(str.split, looks)}
+    assert found.keys() >= told.keys() & {STATE, *TRACES}, found
+    assert found == {path: [told[path], "root"] for path in found}
+    saw(f"{len(found)} files and directories, all of them root's, with the modes that docs/operations.md tells")
 
 
 def test_a_revocation_undoes_everything_but_an_account_in_use(terminal, saw):
@@ -90,13 +90,24 @@ def test_a_copied_image_comes_up_unenrolled(terminal, saw):
     terminal.run("tr --delete - </proc/sys/kernel/random/uuid >/etc/machine-id")
     terminal.restart()
 
-    log = terminal.run(f"{JOURNAL} --boot --output cat")
+    log = terminal.log_of_this_boot()
     assert "removing kiosk mode: the state belongs to another machine-id (a copied image)" in log, log
     assert "enrolled=0 provisioned=0" in log, log
     terminal.until("the account is gone", lambda: terminal.account() is None)
     assert set(terminal.state()) <= KEPT, terminal.state()
     assert not terminal.kiosk_session() and terminal.is_active(LOGIN_PROMPT)
     saw("paired and then started with another machine-id, the machine comes up unenrolled, with a login prompt")
+
+
+def test_what_an_earlier_account_left_is_not_handed_to_the_next(terminal, saw):
+    terminal.run(f"mkdir /home/{KIOSK}")
+
+    refused = terminal.try_run("tarnvale-kiosk-setup enable --from-kioskd")
+
+    assert (refused.status, terminal.account()) == (1, None), refused
+    assert f"/home/{KIOSK} is left of an earlier account; remove it" in refused.err
+    terminal.run(f"rmdir /home/{KIOSK}")
+    saw("where a home of that name is left, the setup tool makes no account and says why")
 
 
 def test_it_can_be_paired_anew(terminal, saw):
