@@ -15,6 +15,10 @@ BOOT_S = 300
 MONITOR_S = 60
 
 
+class DidNotWake(Exception):
+    """The machine slept and did not come back, which emulated ones now and then do on a busy host."""
+
+
 class Machine:
     """Lives until close(). What it writes to its disk is gone with it; a restart keeps it."""
 
@@ -81,9 +85,14 @@ class Machine:
         """Ends a sleep, as the power button does."""
         self._tell("system_wakeup")
 
-    def wait_until_it_answers(self):
-        """After a sleep, which may have cut the agent's answer off."""
-        self.agent.wait(BOOT_S)
+    def wait_for_wake(self):
+        """Until the machine has woken and runs again; answers with the moment as wait_for_event does."""
+        try:
+            woke = self.wait_for_event("WAKEUP", MONITOR_S * 5)
+            self.agent.wait(BOOT_S)
+        except Silent as silence:
+            raise DidNotWake from silence
+        return woke
 
     def wait_for_restart(self, timeout_s):
         """Until the machine has restarted and runs again."""

@@ -8,6 +8,7 @@ time, so what happens meanwhile is what the portal and the terminal do by themse
 """
 
 import contextlib
+import itertools
 import json
 import os
 import random
@@ -23,6 +24,12 @@ FOUND = "/run/terminal-strikes"
 BY_CHECK_IN = frozenset({
     "UnknownSince", "SignIn", "TerminalName", "PowerPolicy", "PowerSource", "PowerError", "UpdatesPolicy",
     "UpdatesSource", "OsUpdatesReport", "OsUpdatesWindowDone", "OwnsWuPolicy"})
+# Those of them that only ever change into something else, and are never taken back.
+NEVER_GONE = BY_CHECK_IN - {"UnknownSince", "PowerError", "OwnsWuPolicy"}
+POLICIES = ("PowerPolicy", "UpdatesPolicy")
+
+SEED = os.environ.get("KIOSK_STRIKE_SEED") or str(random.randrange(10**6))
+bursts = itertools.count(1)
 
 
 def strike(terminal, changes=()):
@@ -36,24 +43,25 @@ def strikes(terminal, count, within_s, changes=()):
     """Kills the service so often, while the body runs and to the end after it; then the service listens again.
 
     `changes` names the keys of the state that steps of the story change meanwhile, beside those of a check-in.
+    The states that the kills left are in the list that the body gets, once it has ended.
     KIOSK_STRIKE_SEED repeats the moments of an earlier run.
     """
-    before, starts = terminal.state(), restarts(terminal)
-    start_striker(terminal, choose_seed(count), count, within_s)
-    yield
+    before, starts, states = terminal.state(), restarts(terminal), []
+    start_striker(terminal, choose_moments(count), count, within_s)
+    yield states
     kills = wait_for_end(terminal)
     terminal.until("the service listens", terminal.service_answers)
     assert len(kills) == count, kills
     assert restarts(terminal) == starts + count
     for kill in [*kills, {"after": "some", "state": terminal.read(STATE)}]:
-        check_state(before, kill, BY_CHECK_IN.union(changes))
+        states.append(check_state(before, kill, frozenset(changes)))
 
 
-def choose_seed(count):
-    seed = os.environ.get("KIOSK_STRIKE_SEED") or str(random.randrange(10**6))
+def choose_moments(count):
+    """The seed of one burst; they differ, and repeat in each run with the same KIOSK_STRIKE_SEED."""
     if count > 1:
-        print(f"  {count} SIGKILLs at random moments, KIOSK_STRIKE_SEED={seed}", flush=True)
-    return seed
+        print(f"  {count} SIGKILLs at random moments, KIOSK_STRIKE_SEED={SEED}", flush=True)
+    return f"{SEED}-{next(bursts)}"
 
 
 def start_striker(terminal, *arguments):
@@ -73,8 +81,12 @@ def restarts(terminal):
     return int(terminal.run(f"systemctl show --property NRestarts --value {SERVICE}"))
 
 
-def check_state(before, kill, may_change):
-    """The dead service left a whole state, and in it everything that nobody changed."""
+def check_state(before, kill, changes):
+    """The dead service left a whole state, and in it everything that nobody changed. Answers with it."""
     left = json.loads(kill["state"])
-    lost = {key for key in before.keys() - may_change if left.get(key) != before[key]}
+    lost = {key for key in before.keys() - BY_CHECK_IN - changes if left.get(key) != before[key]}
+    lost |= {key for key in before.keys() & NEVER_GONE - changes if left.get(key) is None}
     assert not lost, f"killed {kill['after']} s after a start, the service lost {lost}: {left}"
+    for policy in POLICIES:
+        assert isinstance(json.loads(left.get(policy) or "{}"), dict), left
+    return left

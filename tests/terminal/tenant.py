@@ -4,7 +4,8 @@ SLEEP_TIMER = "tarnvale-kiosk-sleep.timer"
 # What acts by itself, with or without the service.
 ACTING = (
     "/etc/systemd/logind.conf.d/60-tarnvale-kiosk.conf", f"/etc/systemd/system/{SLEEP_TIMER}",
-    "/etc/systemd/system/tarnvale-kiosk-sleep.service", "/etc/apt/apt.conf.d/52tarnvale-kiosk-updates")
+    "/etc/systemd/system/tarnvale-kiosk-sleep.service", f"/etc/systemd/system/timers.target.wants/{SLEEP_TIMER}",
+    "/etc/apt/apt.conf.d/52tarnvale-kiosk-updates")
 TRACES = ("/var/cache/tarnvale-kiosk/branding/branding.json", "/etc/tarnvale-kiosk/power.env", *ACTING)
 
 

@@ -46,7 +46,8 @@ class Terminal:
         return self.run(f"cat {path}")
 
     def exists(self, path):
-        return self.try_run(f"test -e {path}").status == 0
+        """Also a link that leads nowhere."""
+        return self.try_run(f"test -e {path} -o -L {path}").status == 0
 
     def state(self):
         """What the service has stored; a key that was cleared is left out."""
@@ -75,7 +76,8 @@ class Terminal:
     def restart(self):
         """Restarts the machine in good order."""
         self.machine.forget_events()
-        self.run("systemd-run --quiet --on-active=1 systemctl reboot")  # the agent answers before it is stopped
+        # The agent answers before it is stopped.
+        self.run("systemd-run --quiet --on-active=5 --timer-property=AccuracySec=100ms systemctl reboot")
         self.wait_for_restart()
 
     def service_answers(self):
@@ -116,14 +118,14 @@ class Terminal:
         return [properties(self.try_run(f"loginctl show-session {name}").out) for name in ids]
 
     def kiosk_session(self):
-        """The kiosk account's own session, or None."""
-        found = (session for session in self.sessions() if session.get("Name") == KIOSK and session["Class"] == "user")
-        return next(found, None)
+        """The kiosk account's own session, or None; one that is ending counts no more."""
+        return next((session for session in self.sessions() if is_kiosk(session)), None)
 
     def wait_for_kiosk(self):
         """Until the kiosk session stands and its client takes requests."""
         session = self.until("the kiosk session", self.kiosk_session)
-        self.until("the stream client listens", lambda: self.exists(relay_of(session)))
+        # An earlier client may have left its socket behind.
+        self.until("the stream client listens", lambda: self.try_run(ask_through(session, "status")).status == 0)
         return session
 
     def idle_action(self):
@@ -135,9 +137,11 @@ class Terminal:
 
     def ask(self, request, **members):
         """Sends a request as the kiosk session's stream client, and answers with the reply."""
-        session = self.wait_for_kiosk()
-        line = json.dumps({"cmd": request, **members})
-        return json.loads(self.run(f"{CLIENT} --ask {shlex.quote(line)} {relay_of(session)}"))
+        return json.loads(self.run(ask_through(self.wait_for_kiosk(), request, **members)))
+
+    def try_to_ask(self, request, **members):
+        """The same, where the service may die before it replies."""
+        self.try_run(ask_through(self.wait_for_kiosk(), request, **members))
 
     def unlock(self):
         """Unlocks the settings; answers with the token as the member that settings commands take."""
@@ -158,8 +162,14 @@ class Terminal:
         return json.loads(self.console.type(f"{CLIENT} --ask {shlex.quote(line)}"))
 
 
-def relay_of(session):
-    return f"/run/user/{session['User']}/tarnvale-stream.sock"
+def is_kiosk(session):
+    return session.get("Name") == KIOSK and session["Class"] == "user" and session["State"] != "closing"
+
+
+def ask_through(session, request, **members):
+    """The command that has the session's stream client send a request."""
+    line = json.dumps({"cmd": request, **members})
+    return f"{CLIENT} --ask {shlex.quote(line)} /run/user/{session['User']}/tarnvale-stream.sock"
 
 
 def properties(text):

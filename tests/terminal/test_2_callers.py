@@ -111,12 +111,18 @@ def test_the_report_ends_with_the_session_that_made_it(terminal, saw):
 
 def test_a_flood_of_silent_connections_meets_the_limit_of_descriptors(terminal, saw):
     starts = restarts(terminal)
-    # More than descriptors, and fewer than threads, so that both limits are in play.
-    connections = 2 * limit(terminal, "LimitNOFILESoft")
+    descriptors = limit(terminal, "LimitNOFILESoft")
+    connections = 2 * descriptors  # as many threads would still be allowed
 
-    met = json.loads(terminal.run(f"/usr/lib/tarnvale-world/flood {connections}"))
+    def flood():
+        met = json.loads(terminal.run(f"/usr/lib/tarnvale-world/flood {connections}"))
+        assert met["threads"] < descriptors and met["closed"] > 0, met
+        # A silent connection ends after 15 s, and a host that is busy may not open enough of them at a time.
+        return met if met["threads"] > 0.9 * descriptors else None
 
-    assert met["threads"] < limit(terminal, "LimitNOFILESoft") < limit(terminal, "TasksMax") / 2, met
+    met = terminal.until("a flood that meets the limit", flood)
+
+    assert connections < limit(terminal, "TasksMax")
     assert terminal.ask("status")["kioskSession"]
     assert restarts(terminal) == starts
     saw(f"{connections} silent connections: {met['threads']} threads at most, {met['closed']} closed; then it answers again")

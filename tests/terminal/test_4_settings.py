@@ -125,6 +125,17 @@ def test_sigkills_leave_the_fixed_address(terminal, saw):
     saw("killed and started again, the service has left the adapter as it was set")
 
 
+def test_a_service_that_is_killed_within_net_set_leaves_an_adapter_that_can_be_set(terminal, unlocked, saw):
+    with strikes(terminal, 2, within_s=2):
+        terminal.try_to_ask("net.set", **FIXED | {"ip": "10.0.2.78"}, **unlocked)
+
+    terminal.until("one of the two addresses", lambda: any(
+        ip in terminal.run(f"ip -4 -brief address show {ADAPTER}").split() for ip in ("10.0.2.77/24", "10.0.2.78/24")))
+    assert terminal.ask("net.set", **FIXED, **terminal.unlock()) == {"ok": True}
+    assert address(terminal) == ("10.0.2.77/24", False)
+    saw("killed while it changed the address, the service left the old or the new one, and sets it when asked again")
+
+
 def test_net_set_goes_back_to_the_lease(terminal, unlocked, saw):
     assert terminal.ask("net.set", **AUTOMATIC, **unlocked) == {"ok": True}
 
@@ -198,14 +209,19 @@ def test_a_kiosk_session_that_begins_now_has_the_proxy(terminal, saw):
     saw("the stream client of the next session has the proxy in its environment")
 
 
-def test_sigkills_leave_the_proxy(terminal, saw):
-    before = terminal.read(PROXY_ENV), terminal.read(APT_PROXY)
+def test_sigkills_leave_the_proxy_whole(terminal, unlocked, saw):
+    wanted = {"mode": "manual", "server": PROXY, "bypass": "<local>"}
+    new = terminal.read(PROXY_ENV)
+    assert terminal.ask("proxy.set", mode="manual", server="proxy.example:3128", **unlocked)["ok"]
+    old = terminal.read(PROXY_ENV)
 
-    with strikes(terminal, 2, within_s=4):
-        pass
+    with strikes(terminal, 2, within_s=2):
+        terminal.try_to_ask("proxy.set", **wanted, **unlocked)
 
-    assert (terminal.read(PROXY_ENV), terminal.read(APT_PROXY)) == before
-    saw("killed and started again, the service has left the proxy as it was set")
+    assert terminal.read(PROXY_ENV) in (old, new) and old != new
+    assert terminal.ask("proxy.set", **wanted, **terminal.unlock())["ok"]
+    assert terminal.read(PROXY_ENV) == new
+    saw("killed while it changed the proxy, the service left a whole file, and sets it when asked again")
 
 
 def test_without_a_proxy_apt_goes_direct_again(terminal, unlocked, saw):

@@ -23,12 +23,17 @@ def word_of_the_portal(number):
 
 def test_a_burst_of_kills_loses_nothing_that_was_known(terminal, saw):
     before = terminal.wait_for_kiosk()
+    name = terminal.until("its name", lambda: terminal.state().get("TerminalName"))
+    words = [word_of_the_portal(number) for number in range(1, CHANGES + 1)]
+    names = [name, *(word["name"] for word in words)]
 
-    with strikes(terminal, KILLS, within_s=WITHIN_S):
-        for number in range(1, CHANGES + 1):
-            terminal.portal.set(**word_of_the_portal(number))
+    with strikes(terminal, KILLS, within_s=WITHIN_S) as states:
+        for word in words:
+            terminal.portal.set(**word)
             terminal.portal.wait_for_check_in()
 
+    came = [names.index(state["TerminalName"]) for state in states]
+    assert came == sorted(came), states
     assert terminal.kiosk_session()["Id"] == before["Id"]
     saw(f"{KILLS} times killed and started again; each time the state was whole, and the kiosk session never noticed")
 
@@ -51,8 +56,9 @@ def test_in_the_end_the_portals_last_word_stands(terminal, saw):
 
 
 def test_nothing_half_written_is_left(terminal, saw):
-    directories = "/var/lib/tarnvale-kiosk /run/tarnvale /var/cache/tarnvale-kiosk"
+    directories = ("/var/lib/tarnvale-kiosk /run/tarnvale /var/cache/tarnvale-kiosk /etc/tarnvale-kiosk "
+                   "/etc/systemd /etc/apt/apt.conf.d")
 
     assert terminal.run(f"find {directories} -name '*.tmp'") == ""
 
-    saw("no half-written file is left in the service's own directories")
+    saw("no half-written file is left where the service writes")

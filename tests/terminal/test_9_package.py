@@ -3,6 +3,9 @@
 from tenant import ACTING, SLEEP_TIMER, TRACES, set_everything, traces, wait_for_everything
 from terminal import KIOSK, LOGIN_PROMPT, SERVICE, STATE
 
+PROXY_UNIT = "tarnvale-proxy.service"
+OF_THE_PROXY = ("/etc/apt/apt.conf.d/95tarnvale-kiosk-proxy", "/etc/tarnvale-kiosk/proxy.env")
+
 APT = "DEBIAN_FRONTEND=noninteractive apt-get --quiet --yes"
 # The stand-ins of the image, which the package does not own.
 NOT_THE_PACKAGES = {
@@ -16,12 +19,14 @@ def failed_units(terminal):
 
 def left(terminal):
     """What still has the service's name, on the disk and in /run."""
-    named = "'(' -name '*tarnvale-kiosk*' -o -path /run/tarnvale ')' -print -prune"
+    named = "'(' -name '*tarnvale-kiosk*' -o -path /run/tarnvale -o -path /usr/lib/tarnvale-stream ')' -print -prune"
     return set(terminal.run(f"find / /run -xdev -path /run/systemd -prune -o {named}").split())
 
 
 def test_without_the_package_nothing_acts_any_more(terminal, saw):
     set_everything(terminal)
+    terminal.run(f"systemctl start {PROXY_UNIT}")
+    assert terminal.ask("proxy.set", mode="manual", server="127.0.0.1:8482", **terminal.unlock())["ok"]
     session = terminal.wait_for_kiosk()
 
     terminal.run(f"{APT} remove tarnvale-kioskd")
@@ -64,10 +69,11 @@ def test_a_terminal_can_be_taken_out_by_hand(terminal, saw):
 
 
 def test_a_purged_package_leaves_nothing(terminal, saw):
+    assert all(map(terminal.exists, OF_THE_PROXY))
     terminal.run(f"{APT} purge tarnvale-kioskd && apt-get clean")
 
     assert left(terminal) == NOT_THE_PACKAGES
     assert failed_units(terminal) == ""
     assert terminal.run("dpkg --audit") == ""
-    terminal.run("apt-get update --error-on=any")
+    terminal.run(f"systemctl stop {PROXY_UNIT}; apt-get update --error-on=any")
     saw("purged: no file, no directory, no unit of the service is left")

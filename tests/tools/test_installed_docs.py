@@ -1,4 +1,5 @@
-"""What the package installs under /usr/share/doc is complete in itself: no page names or links a file that is not there."""
+"""What the package installs under /usr/share/doc is complete in itself: no page links another that is not there, or names
+one by its place under /usr/share/doc."""
 
 import re
 
