@@ -16,7 +16,7 @@ MONITOR_S = 60
 
 
 class DidNotWake(Exception):
-    """The machine slept and did not come back, which emulated ones now and then do on a busy host."""
+    """The hardware woke and the system on it did not, as now and then with an emulated machine on a busy host."""
 
 
 class Machine:
@@ -85,14 +85,12 @@ class Machine:
         """Ends a sleep, as the power button does."""
         self._tell("system_wakeup")
 
-    def wait_for_wake(self):
-        """Until the machine has woken and runs again; answers with the moment as wait_for_event does."""
+    def wait_until_awake(self):
+        """After a WAKEUP, until the machine runs again."""
         try:
-            woke = self.wait_for_event("WAKEUP", MONITOR_S * 5)
             self.agent.wait(BOOT_S)
         except Silent as silence:
             raise DidNotWake from silence
-        return woke
 
     def wait_for_restart(self, timeout_s):
         """Until the machine has restarted and runs again."""

@@ -85,8 +85,8 @@ def check_state(before, kill, changes):
     """The dead service left a whole state, and in it everything that nobody changed. Answers with it."""
     left = json.loads(kill["state"])
     lost = {key for key in before.keys() - BY_CHECK_IN - changes if left.get(key) != before[key]}
-    lost |= {key for key in before.keys() & NEVER_GONE - changes if left.get(key) is None}
+    lost |= {key for key in before.keys() & NEVER_GONE - changes if before[key] and not left.get(key)}
     assert not lost, f"killed {kill['after']} s after a start, the service lost {lost}: {left}"
     for policy in POLICIES:
-        assert isinstance(json.loads(left.get(policy) or "{}"), dict), left
+        assert left.get(policy) is None or isinstance(json.loads(left[policy]), dict), left
     return left

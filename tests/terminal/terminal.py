@@ -118,12 +118,19 @@ class Terminal:
         return [properties(self.try_run(f"loginctl show-session {name}").out) for name in ids]
 
     def kiosk_session(self):
-        """The kiosk account's own session, or None; one that is ending counts no more."""
-        return next((session for session in self.sessions() if is_kiosk(session)), None)
+        """The kiosk account's own session, or None."""
+        return next(iter(self.kiosk_sessions()), None)
+
+    def kiosk_sessions(self):
+        """One that ends may stand there beside the next."""
+        return [session for session in self.sessions() if session.get("Name") == KIOSK and session["Class"] == "user"]
 
     def wait_for_kiosk(self):
         """Until the kiosk session stands and its client takes requests."""
-        session = self.until("the kiosk session", self.kiosk_session)
+        def find_live():
+            return next((session for session in self.kiosk_sessions() if session["State"] != "closing"), None)
+
+        session = self.until("the kiosk session", find_live)
         # An earlier client may have left its socket behind.
         self.until("the stream client listens", lambda: self.try_run(ask_through(session, "status")).status == 0)
         return session
@@ -160,10 +167,6 @@ class Terminal:
         """The same as the person who is signed in at the serial console."""
         line = json.dumps({"cmd": request, **members})
         return json.loads(self.console.type(f"{CLIENT} --ask {shlex.quote(line)}"))
-
-
-def is_kiosk(session):
-    return session.get("Name") == KIOSK and session["Class"] == "user" and session["State"] != "closing"
 
 
 def ask_through(session, request, **members):

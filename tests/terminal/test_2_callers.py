@@ -7,6 +7,7 @@ import pytest
 from striker import restarts, strikes
 from terminal import CLIENT, KIOSK, PRESENCE, SERVICE
 
+RESERVED = 16  # descriptors that the service keeps for itself
 TOOL = "/usr/sbin/tarnvale-kioskctl"
 NOT_THE_KIOSK = "session.report refused: the caller is not the kiosk account in its own session"
 
@@ -116,7 +117,7 @@ def test_a_flood_of_silent_connections_meets_the_limit_of_descriptors(terminal, 
 
     def flood():
         met = json.loads(terminal.run(f"/usr/lib/tarnvale-world/flood {connections}"))
-        assert met["threads"] < descriptors and met["closed"] > 0, met
+        assert met["threads"] <= descriptors - RESERVED, met
         # A silent connection ends after 15 s, and a host that is busy may not open enough of them at a time.
         return met if met["threads"] > 0.9 * descriptors else None
 

@@ -100,7 +100,8 @@ def test_a_scheduled_sleep_suspends_the_machine_until_the_rtc_wakes_it(terminal,
     set_clock(terminal, sleep_at - timedelta(seconds=20))  # time for the guest's agent to answer before it sleeps
     ahead = now(terminal) - datetime.now(timezone.utc)
     slept = terminal.machine.wait_for_event("SUSPEND", 300) + ahead
-    woke = terminal.machine.wait_for_wake() + ahead
+    woke = terminal.machine.wait_for_event("WAKEUP", 300) + ahead
+    terminal.machine.wait_until_awake()
 
     log.wait_for(f"power: scheduled sleep, waking at {wake_at.timestamp():.0f}")
     assert sleep_at - CLOCKS_AGREE <= slept < wake_at, slept
@@ -143,8 +144,9 @@ def test_logind_suspends_a_terminal_that_nobody_uses(terminal, saw):
 
     terminal.machine.wake()
 
-    terminal.machine.wait_for_wake()
+    terminal.machine.wait_for_event("WAKEUP", 300)
     terminal.machine.press_key()  # it could not go to sleep a second time, and its idle time is a minute
+    terminal.machine.wait_until_awake()
     saw("without keys it went to sleep, and a button woke it")
 
 

@@ -87,6 +87,7 @@ def test_a_pending_removal_is_finished_once_nothing_uses_the_account(terminal, s
 def test_a_copied_image_comes_up_unenrolled(terminal, saw):
     assert terminal.pair()["provisioned"]
     terminal.wait_for_restart()
+    set_everything(terminal)
     terminal.run("tr --delete - </proc/sys/kernel/random/uuid >/etc/machine-id")
     terminal.restart()
 
@@ -97,7 +98,7 @@ def test_a_copied_image_comes_up_unenrolled(terminal, saw):
     assert set(terminal.state()) <= KEPT, terminal.state()
     assert not terminal.kiosk_session()
     terminal.until("the login prompt", lambda: terminal.is_active(LOGIN_PROMPT))
-    assert terminal.idle_action()[0] == 's "ignore"'
+    assert traces(terminal) == []
     saw("paired and then started with another machine-id, the machine comes up unenrolled, with a login prompt")
 
 
@@ -118,4 +119,6 @@ def test_it_can_be_paired_anew(terminal, saw):
     terminal.wait_for_restart()
 
     session = terminal.wait_for_kiosk()
+    # Debian 12's logind keeps the idle time of the former tenant until the machine restarts, and no longer.
+    assert terminal.idle_action()[0] == 's "ignore"'
     saw(f"paired anew under the new machine-id, the terminal is a kiosk again, session {session['Id']}")

@@ -1,5 +1,5 @@
-"""What the package installs under /usr/share/doc is complete in itself: no page links another that is not there, or names
-one by its place under /usr/share/doc."""
+"""What the package installs under /usr/share/doc is complete in itself: each page is there that is linked, or named by its
+place under /usr/share/doc."""
 
 import re
 
